@@ -1,0 +1,736 @@
+// The formatting engine and the multi-byte code page: numbers against glibc's
+// printf in both output widths, the width rules of strings and characters,
+// %p, %n, the truncating contract, and strict conversions of the code page.
+
+#include "qzutil/sys/QzSysString.h"
+
+#include <langinfo.h>
+
+#include <cfloat>
+#include <climits>
+#include <clocale>
+#include <cmath>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/QzTestSupport.h"
+
+namespace {
+
+constexpr std::size_t kBufferUnits = 8192;  // LDBL_MAX in "%Lf" has 4933 digits
+
+// ASCII text widened unit by unit.
+std::u16string Widen(std::string const &ascii)
+{
+    return std::u16string(ascii.begin(), ascii.end());
+}
+
+// Sets LC_CTYPE for one scope, restoring the previous setting.
+class ScopedCtype {
+public:
+    explicit ScopedCtype(char const *name) : m_previous(std::setlocale(LC_CTYPE, nullptr))
+    {
+        m_is_set = std::setlocale(LC_CTYPE, name) != nullptr;
+    }
+    ~ScopedCtype() { std::setlocale(LC_CTYPE, m_previous.c_str()); }
+    ScopedCtype(ScopedCtype const &) = delete;
+    ScopedCtype &operator=(ScopedCtype const &) = delete;
+    bool IsSet() const { return m_is_set; }
+
+private:
+    std::string m_previous;
+    bool m_is_set = false;
+};
+
+// Formats with glibc (the expectation) and with the engine in both widths:
+// the narrow result must equal glibc's, the wide one glibc's widened. `ours`
+// may use prefixes glibc lacks; `glibc` is the same conversion in its terms.
+testing::AssertionResult MatchesGlibc(char const *ours, char const *glibc, ...)
+{
+    va_list args;
+    va_start(args, glibc);
+    va_list for_glibc, for_narrow, for_wide;
+    va_copy(for_glibc, args);
+    va_copy(for_narrow, args);
+    va_copy(for_wide, args);
+    static char expected[kBufferUnits], narrow[kBufferUnits];
+    static LtWChar wide[kBufferUnits];
+    int expected_length = std::vsnprintf(expected, kBufferUnits, glibc, for_glibc);
+    int narrow_length = QzSysString::Vsprintf(narrow, kBufferUnits, ours, for_narrow);
+    std::u16string wide_format = Widen(ours);
+    int wide_length = QzSysString::WideVsprintf(wide, kBufferUnits, wide_format.c_str(), for_wide);
+    va_end(for_glibc);
+    va_end(for_narrow);
+    va_end(for_wide);
+    va_end(args);
+    if (narrow_length == expected_length && std::string(narrow) == expected &&
+        wide_length == expected_length && ToU16(wide) == Widen(expected))
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure()
+           << "format \"" << ours << "\": glibc " << expected_length << " \"" << expected
+           << "\", narrow " << narrow_length << " \"" << narrow << "\", wide " << wide_length
+           << " \"" << ToUtf8(ToU16(wide)) << "\"";
+}
+
+// Counts failed comparisons of a sweep, reporting only the first few.
+class SweepFailures {
+public:
+    void Check(testing::AssertionResult const &result)
+    {
+        if (!result && ++m_count <= 10)
+            ADD_FAILURE() << result.message();
+    }
+    int Count() const { return m_count; }
+
+private:
+    int m_count = 0;
+};
+
+struct SizePrefixRow {
+    char const *ours;
+    char const *glibc;
+    bool is_64_bit;
+};
+
+const SizePrefixRow kIntegerSizes[] = {
+    {"hh", "hh", false}, {"h", "h", false},  {"", "", false},     {"I32", "", false},
+    {"l", "l", true},    {"ll", "ll", true}, {"I64", "ll", true}, {"I", "z", true},
+    {"z", "z", true},    {"t", "t", true},   {"j", "j", true},
+};
+const char *const kFlags[] = {"", "-", "+", " ", "#", "0", "-+", "+0", " 0", "#0", "-#0"};
+
+// Every integer letter with every size prefix, flag set, width and precision.
+TEST(QzSysStringTest, IntegersMatchGlibc)
+{
+    const char *const widths[] = {"", "1", "8", "25"};
+    const char *const precisions[] = {"", ".", ".0", ".1", ".12", ".30"};
+    const LtInt64 values[] = {0,       1,        -1,        42,       127,   128,
+                              255,     256,      -32768,    65535,    65536, INT_MAX,
+                              INT_MIN, UINT_MAX, LLONG_MAX, LLONG_MIN};
+    SweepFailures failures;
+    for (SizePrefixRow const &size : kIntegerSizes)
+        for (char letter : std::string("diouxX"))
+            for (char const *flags : kFlags)
+                for (char const *width : widths)
+                    for (char const *precision : precisions) {
+                        std::string head = std::string("%") + flags + width + precision;
+                        std::string ours = head + size.ours + letter;
+                        std::string glibc = head + size.glibc + letter;
+                        for (LtInt64 value : values) {
+                            if (size.is_64_bit)
+                                failures.Check(MatchesGlibc(ours.c_str(), glibc.c_str(), value));
+                            else
+                                failures.Check(MatchesGlibc(ours.c_str(), glibc.c_str(),
+                                                            static_cast<int>(value)));
+                        }
+                    }
+    EXPECT_EQ(failures.Count(), 0);
+    EXPECT_TRUE(MatchesGlibc("%llu|%I64X", "%llu|%llX", ULLONG_MAX, ULLONG_MAX));
+}
+
+// Every floating-point letter with flags, widths, precisions and the edges
+// of double: signed zero, denormals, the extremes, infinities and NaNs.
+TEST(QzSysStringTest, FloatsMatchGlibc)
+{
+    const char *const widths[] = {"", "1", "12", "40"};
+    const char *const precisions[] = {"", ".", ".0", ".3", ".17", ".60"};
+    const double values[] = {0.0,      -0.0,      1.0,     -1.5,     0.1,     123456.789,
+                             1e-5,     1e21,      DBL_MAX, -DBL_MAX, DBL_MIN, DBL_TRUE_MIN,
+                             INFINITY, -INFINITY, NAN,     -NAN};
+    SweepFailures failures;
+    for (char const *size : {"", "l"})
+        for (char letter : std::string("eEfFgGaA"))
+            for (char const *flags : kFlags)
+                for (char const *width : widths)
+                    for (char const *precision : precisions) {
+                        std::string ours =
+                            std::string("%") + flags + width + precision + size + letter;
+                        std::string glibc = std::string("%") + flags + width + precision + letter;
+                        for (double value : values)
+                            failures.Check(MatchesGlibc(ours.c_str(), glibc.c_str(), value));
+                    }
+    EXPECT_EQ(failures.Count(), 0);
+}
+
+TEST(QzSysStringTest, LongDoublesMatchGlibc)
+{
+    const long double values[] = {0.0L,     -2.5L,         1.0L / 3, LDBL_MAX,
+                                  LDBL_MIN, LDBL_TRUE_MIN, INFINITY, NAN};
+    SweepFailures failures;
+    for (char letter : std::string("eEfFgGaA"))
+        for (char const *format : {"%L", "%+20.10L", "%-#30L", "%.0L", "%012.4L"}) {
+            std::string conversion = std::string(format) + letter;
+            for (long double value : values)
+                failures.Check(MatchesGlibc(conversion.c_str(), conversion.c_str(), value));
+        }
+    EXPECT_EQ(failures.Count(), 0);
+}
+
+// Output beyond the engine's stack buffer: precisions above 300 and wide fields.
+TEST(QzSysStringTest, LongNumbersMatchGlibc)
+{
+    EXPECT_TRUE(MatchesGlibc("%.400f", "%.400f", 1.0 / 3));
+    EXPECT_TRUE(MatchesGlibc("%.350e", "%.350e", DBL_MAX));
+    EXPECT_TRUE(MatchesGlibc("%-.320f|", "%-.320f|", -DBL_MAX));
+    EXPECT_TRUE(MatchesGlibc("%1000d|", "%1000d|", -7));
+    EXPECT_TRUE(MatchesGlibc("%.700llx", "%.700llx", 0xABCDEFULL));
+    EXPECT_TRUE(MatchesGlibc("%.500Lf", "%.500Lf", LDBL_TRUE_MIN));
+}
+
+TEST(QzSysStringTest, StarWidthAndPrecisionComeFromTheArguments)
+{
+    SweepFailures failures;
+    for (int width : {-12, -1, 0, 1, 9})
+        for (int precision : {-5, -1, 0, 2, 7}) {
+            failures.Check(MatchesGlibc("%*.*d|%d", "%*.*d|%d", width, precision, -42, 7));
+            failures.Check(MatchesGlibc("%-*.*x|%d", "%-*.*x|%d", width, precision, 255u, 7));
+            failures.Check(MatchesGlibc("%0*.*f|%d", "%0*.*f|%d", width, precision, -2.25, 7));
+            failures.Check(MatchesGlibc("%*.*Le|%d", "%*.*Le|%d", width, precision, 1e10L, 7));
+        }
+    failures.Check(MatchesGlibc("%.*I64d|%*hhu", "%.*lld|%*hhu", 4, -9LL, 5, 300));
+    EXPECT_EQ(failures.Count(), 0);
+}
+
+// The truncated output of a number is the prefix glibc would print, also on
+// the heap path.
+TEST(QzSysStringTest, CutNumberIsGlibcPrefix)
+{
+    char expected[1024];
+    ASSERT_GT(std::snprintf(expected, sizeof expected, "%.400f", 2.0 / 3), 100);
+    char narrow[101];
+    LtWChar wide[101];
+    EXPECT_EQ(QzSysString::Sprintf(narrow, sizeof narrow, "%.400f", 2.0 / 3), -1);
+    EXPECT_EQ(std::string(narrow), std::string(expected, 100));
+    EXPECT_EQ(QzSysString::WideSprintf(wide, 101, u"%.400f", 2.0 / 3), -1);
+    EXPECT_EQ(ToU16(wide), Widen(std::string(expected, 100)));
+}
+
+// One row of the string and character rules: the call, and what it must
+// give under both assumable locales, whose code pages are UTF-8.
+struct NarrowRow {
+    char const *name;
+    std::string expected;
+    int (*format)(char *buffer, std::size_t count);
+};
+
+struct WideRow {
+    char const *name;
+    std::u16string expected;
+    int (*format)(LtWChar *buffer, std::size_t count);
+};
+
+using S = QzSysString;
+LtWChar const *const kNullWide = nullptr;
+char const *const kNullNarrow = nullptr;
+
+const NarrowRow kNarrowRows[] = {
+    {"s", "[abc]", [](char *b, std::size_t n) { return S::Sprintf(b, n, "[%s]", "abc"); }},
+    {"s_width", "  abc", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%5s", "abc"); }},
+    {"s_left", "abc  |", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%-5s|", "abc"); }},
+    {"s_precision", "ab", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.2s", "abc"); }},
+    {"s_zero_flag_pads_blanks", "  abc",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%05s", "abc"); }},
+    {"s_unterminated_precision", "xy",
+     [](char *b, std::size_t n) {
+         static char const unterminated[2] = {'x', 'y'};
+         return S::Sprintf(b, n, "%.2s", unterminated);
+     }},
+    {"hs", "abc", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%hs", "abc"); }},
+    {"S", "h\xC3\xA9", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%S", u"h\u00E9"); }},
+    {"ls", "\xE2\x82\xAC",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%ls", u"\u20AC"); }},
+    {"ws", "\xF0\x9F\x98\x80",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%ws", u"\U0001F600"); }},
+    {"S_width_counts_bytes", "  \xC3\xA9",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%4S", u"\u00E9"); }},
+    {"S_left", "\xC3\xA9  |",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%-4S|", u"\u00E9"); }},
+    {"S_precision_keeps_whole_sequence", "\xC3\xA9",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.3S", u"\u00E9\u00E9"); }},
+    {"S_precision_all", "\xC3\xA9\xC3\xA9",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.4S", u"\u00E9\u00E9"); }},
+    {"S_precision_before_pair", "a",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.4S", u"a\U0001F600"); }},
+    {"S_precision_pads", "   a|",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%4.3S|", u"a\u20AC"); }},
+    {"S_lone_high", "a?z",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%S", u"a\xD800z"); }},
+    {"S_lone_low", "?", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%S", u"\xDC00"); }},
+    {"S_reversed_pair", "??",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%S", u"\xDC00\xD800"); }},
+    {"s_null", "(null)",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%s", kNullNarrow); }},
+    {"s_null_precision", "(nu",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.3s", kNullNarrow); }},
+    {"S_null_width", "  (null)",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%8S", kNullWide); }},
+    {"s_precision_keeps_utf8_whole", "a",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.3s", "a\xE2\x82\xAC"); }},
+    {"s_precision_keeps_utf8_four", "a",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.4s", "a\xF0\x9F\x98\x80"); }},
+    {"s_precision_at_boundary", "a\xE2\x82\xAC",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.4s", "a\xE2\x82\xAC!"); }},
+    {"s_precision_cut_padded", "    |",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%4.1s|", "\xC3\xA9"); }},
+    {"c", "x", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%c", 'x'); }},
+    {"c_width", "  x", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%3c", 'x'); }},
+    {"c_left_precision_ignored", "x  |",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%-3.0c|", 'x'); }},
+    {"c_nul", std::string("a\0b", 3),
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "a%cb", 0); }},
+    {"hc", "y", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%hc", 'y'); }},
+    {"C", "\xC3\xA9", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%C", u'\u00E9'); }},
+    {"lc", "\xE2\x82\xAC",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%lc", u'\u20AC'); }},
+    {"wc_width", "  \xC3\xA9",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%4wc", u'\u00E9'); }},
+    {"C_surrogate", "?", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%C", 0xD800); }},
+    {"mixed", "abc=h\xC3\xA9;5",
+     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%s=%S;%d", "abc", u"h\u00E9", 5); }},
+};
+
+const WideRow kWideRows[] = {
+    {"s", u"[abc]",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"[%s]", u"abc"); }},
+    {"s_width", u"  abc",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%5s", u"abc"); }},
+    {"s_left", u"abc  |",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%-5s|", u"abc"); }},
+    {"s_precision", u"ab",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%.2s", u"abc"); }},
+    {"ls", u"abc", [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%ls", u"abc"); }},
+    {"ws", u"abc", [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%ws", u"abc"); }},
+    {"S", u"h\u00E9",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%S", "h\xC3\xA9"); }},
+    {"hs", u"\U0001F600",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%hs", "\xF0\x9F\x98\x80"); }},
+    {"S_width_counts_units", u"   \u00E9",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%4S", "\xC3\xA9"); }},
+    {"S_left", u"\u00E9 |",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%-2S|", "\xC3\xA9"); }},
+    {"S_invalid_byte", u"a\uFFFDb",
+     [](LtWChar *b, std::size_t n) {
+         return S::WideSprintf(b, n, u"%S",
+                               "a\xFF"
+                               "b");
+     }},
+    {"S_cut_sequence_is_one_error", u"a\uFFFDb",
+     [](LtWChar *b, std::size_t n) {
+         return S::WideSprintf(b, n, u"%S",
+                               "a\xE2\x82"
+                               "b");
+     }},
+    {"S_overlong_bytes_each", u"\uFFFD\uFFFD",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%S", "\xC0\x80"); }},
+    {"S_encoded_surrogate", u"\uFFFD\uFFFD\uFFFD",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%S", "\xED\xA0\x80"); }},
+    {"S_precision_keeps_pair", u"a",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%.2S", "a\xF0\x9F\x98\x80"); }},
+    {"S_precision_takes_pair", u"a\U0001F600",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%.3S", "a\xF0\x9F\x98\x80"); }},
+    {"s_precision_keeps_pair", u"a",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%.2s", u"a\U0001F600"); }},
+    {"s_precision_cut_padded", u"   |",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%3.1s|", u"\U0001F600"); }},
+    {"s_precision_takes_pair", u"\U0001F600",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%.2ls", u"\U0001F600"); }},
+    {"s_null", u"(null)",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%s", kNullWide); }},
+    {"S_null_precision", u"(n",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%.2S", kNullNarrow); }},
+    {"c", u"\u00E9",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%c", u'\u00E9'); }},
+    {"lc", u"\u20AC",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%lc", u'\u20AC'); }},
+    {"C", u"x", [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%C", 'x'); }},
+    {"hc_width", u"  x",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%3hc", 'x'); }},
+    {"C_high_byte", u"\uFFFD",
+     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%C", '\xE9'); }},
+    {"mixed", u"h\u00E9=abc;5",
+     [](LtWChar *b, std::size_t n) {
+         return S::WideSprintf(b, n, u"%S=%s;%d", "h\xC3\xA9", u"abc", 5);
+     }},
+};
+
+template <typename Unit, typename Row>
+void CheckRows(Row const *begin, Row const *end)
+{
+    for (Row const *row = begin; row != end; ++row) {
+        SCOPED_TRACE(row->name);
+        Unit buffer[64];
+        EXPECT_EQ(row->format(buffer, 64), static_cast<int>(row->expected.size()));
+        EXPECT_EQ(std::basic_string<Unit>(buffer, row->expected.size()), row->expected);
+        EXPECT_EQ(buffer[row->expected.size()], Unit(0));
+    }
+}
+
+class QzSysStringLocaleTest : public testing::TestWithParam<char const *> {};
+
+// The C locale counts as UTF-8, so both assumable locales give one result.
+TEST_P(QzSysStringLocaleTest, StringAndCharacterWidthRules)
+{
+    ScopedCtype ctype(GetParam());
+    ASSERT_TRUE(ctype.IsSet());
+    EXPECT_TRUE(QzSysString::IsMultiByteUTF8());
+    CheckRows<char>(std::begin(kNarrowRows), std::end(kNarrowRows));
+    CheckRows<LtWChar>(std::begin(kWideRows), std::end(kWideRows));
+}
+
+INSTANTIATE_TEST_SUITE_P(Locales, QzSysStringLocaleTest, testing::Values("C", "C.UTF-8"));
+
+TEST(QzSysStringTest, PointerIsSixteenUpperCaseHexDigits)
+{
+    void *address = reinterpret_cast<void *>(std::uintptr_t{0x00007FFF1234ABCD});
+    void *null = nullptr;
+    char narrow[64];
+    LtWChar wide[64];
+    EXPECT_EQ(QzSysString::Sprintf(narrow, 64, "%p|%p|%d", null, address, 7), 35);
+    EXPECT_STREQ(narrow, "0000000000000000|00007FFF1234ABCD|7");
+    EXPECT_EQ(QzSysString::WideSprintf(wide, 64, u"%p|%p|%d", null, address, 7), 35);
+    EXPECT_EQ(ToU16(wide), u"0000000000000000|00007FFF1234ABCD|7");
+    EXPECT_EQ(QzSysString::Sprintf(narrow, 64, "%18p|%-18p|", address, address), 38);
+    EXPECT_STREQ(narrow, "  00007FFF1234ABCD|00007FFF1234ABCD  |");
+}
+
+// %n takes its argument, so the next conversion gets the right one, but
+// stores nothing; %% and anything that is not a conversion are copied.
+TEST(QzSysStringTest, PercentNPercentAndUnknownConversions)
+{
+    struct Row {
+        char const *format;
+        char const *expected;
+        int pointers;  // %n conversions, which come before the one %d
+    };
+    const Row rows[] = {
+        {"ab%ncd%d", "abcd5", 1}, {"%hn%lln%d", "5", 2},    {"100%%%d", "100%5", 0},
+        {"%y%d", "%y5", 0},       {"%-5k|%d", "%-5k|5", 0}, {"%hf %d", "%hf 5", 0},
+        {"%lls|%d", "%lls|5", 0}, {"%Ld|%d", "%Ld|5", 0},   {"%d%", "5%", 0},
+        {"%d%-5", "5%-5", 0},
+    };
+    for (Row const &row : rows) {
+        SCOPED_TRACE(row.format);
+        int stored = -7;
+        char narrow[64];
+        LtWChar wide[64];
+        std::u16string wide_format = Widen(row.format);
+        int narrow_length = -2;
+        int wide_length = -2;
+        if (row.pointers == 0) {
+            narrow_length = QzSysString::Sprintf(narrow, 64, row.format, 5);
+            wide_length = QzSysString::WideSprintf(wide, 64, wide_format.c_str(), 5);
+        } else if (row.pointers == 1) {
+            narrow_length = QzSysString::Sprintf(narrow, 64, row.format, &stored, 5);
+            wide_length = QzSysString::WideSprintf(wide, 64, wide_format.c_str(), &stored, 5);
+        } else {
+            narrow_length = QzSysString::Sprintf(narrow, 64, row.format, &stored, &stored, 5);
+            wide_length =
+                QzSysString::WideSprintf(wide, 64, wide_format.c_str(), &stored, &stored, 5);
+        }
+        auto length = static_cast<int>(std::string(row.expected).size());
+        EXPECT_EQ(narrow_length, length);
+        EXPECT_EQ(wide_length, length);
+        EXPECT_STREQ(narrow, row.expected);
+        EXPECT_EQ(ToU16(wide), Widen(row.expected));
+        EXPECT_EQ(stored, -7);
+    }
+}
+
+// Checks the truncating contract at every count from 0 to the full length
+// plus one: always terminated, -1 when cut, nothing written past count.
+template <typename Unit, typename Format>
+void CheckTruncation(std::basic_string<Unit> const &full, Format const &format)
+{
+    constexpr std::size_t kUnits = 32;
+    constexpr Unit kSentinel = static_cast<Unit>('#');
+    ASSERT_LT(full.size() + 2, kUnits);
+    for (std::size_t count = 0; count <= full.size() + 1; ++count) {
+        SCOPED_TRACE(count);
+        Unit buffer[kUnits];
+        std::fill(buffer, buffer + kUnits, kSentinel);
+        int result = format(buffer, count);
+        bool fits = count > full.size();
+        EXPECT_EQ(result, fits ? static_cast<int>(full.size()) : -1);
+        std::size_t kept = count == 0 ? 0 : std::min(count - 1, full.size());
+        EXPECT_EQ(std::basic_string<Unit>(buffer, kept), full.substr(0, kept));
+        std::size_t untouched = kept;
+        if (count > 0) {
+            EXPECT_EQ(buffer[kept], Unit(0));
+            untouched = kept + 1;
+        }
+        for (std::size_t i = untouched; i < kUnits; ++i)
+            ASSERT_EQ(buffer[i], kSentinel) << "unit " << i;
+    }
+}
+
+TEST(QzSysStringTest, TruncatingContractAtEveryCount)
+{
+    CheckTruncation<char>("abc=  12345|x", [](char *buffer, std::size_t count) {
+        return QzSysString::Sprintf(buffer, count, "%s=%7d|%c", "abc", 12345, 'x');
+    });
+    CheckTruncation<LtWChar>(u"abc=  12345|x", [](LtWChar *buffer, std::size_t count) {
+        return QzSysString::WideSprintf(buffer, count, u"%s=%7d|%c", u"abc", 12345, u'x');
+    });
+    CheckTruncation<LtWChar>(u"h\u00E9 -0.50", [](LtWChar *buffer, std::size_t count) {
+        return QzSysString::WideSprintf(buffer, count, u"%S %.2f", "h\xC3\xA9", -0.5);
+    });
+    char buffer[4] = "xyz";
+    EXPECT_EQ(QzSysString::Sprintf(nullptr, 4, "abc"), -1);
+    EXPECT_EQ(QzSysString::Sprintf(buffer, 4, nullptr), 0);
+    EXPECT_STREQ(buffer, "");
+}
+
+TEST(QzSysStringTest, WidePrintfWritesTheCodePage)
+{
+    ScopedCtype ctype("C.UTF-8");
+    testing::internal::CaptureStdout();
+    int short_length = QzSysString::WidePrintf(u"%s=%d\n", u"h\u00E9\U0001F600", 5);
+    int long_length = QzSysString::WidePrintf(u"%700d|", 1);  // beyond the first buffer
+    std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(short_length, 7);
+    EXPECT_EQ(long_length, 701);
+    EXPECT_EQ(printed, "h\xC3\xA9\xF0\x9F\x98\x80=5\n" + std::string(699, ' ') + "1|");
+}
+
+// Strict decoding: boundary code points of each sequence length succeed;
+// overlong forms, encoded surrogates, values above U+10FFFF, stray and
+// missing continuation bytes fail.
+struct DecodeRow {
+    char const *name;
+    std::string bytes;
+    std::u16string wide;  // empty: decoding fails
+};
+
+const DecodeRow kDecodeRows[] = {
+    {"ascii", "A", u"A"},
+    {"last_one_byte", "\x7F", u"\u007F"},
+    {"first_two_byte", "\xC2\x80", u"\u0080"},
+    {"last_two_byte", "\xDF\xBF", u"\u07FF"},
+    {"first_three_byte", "\xE0\xA0\x80", u"\u0800"},
+    {"before_surrogates", "\xED\x9F\xBF", u"\uD7FF"},
+    {"after_surrogates", "\xEE\x80\x80", u"\uE000"},
+    {"last_three_byte", "\xEF\xBF\xBF", u"\uFFFF"},
+    {"first_four_byte", "\xF0\x90\x80\x80", u"\U00010000"},  // D800 DC00
+    {"last_scalar", "\xF4\x8F\xBF\xBF", u"\U0010FFFF"},      // DBFF DFFF
+    {"embedded_nul", std::string("a\0b", 3), std::u16string(u"a\0b", 3)},
+    {"overlong_nul", "\xC0\x80", u""},
+    {"overlong_two_byte", "\xC1\xBF", u""},
+    {"overlong_three_byte", "\xE0\x9F\xBF", u""},
+    {"overlong_four_byte", "\xF0\x8F\xBF\xBF", u""},
+    {"high_surrogate", "\xED\xA0\x80", u""},
+    {"low_surrogate", "\xED\xBF\xBF", u""},
+    {"above_last_scalar", "\xF4\x90\x80\x80", u""},
+    {"lead_F5", "\xF5\x80\x80\x80", u""},
+    {"byte_FF", "\xFF", u""},
+    {"stray_continuation", "a\x80", u""},
+    {"cut_three_byte", "\xE2\x82", u""},
+    {"cut_four_byte", "\xF0\x9F\x98", u""},
+    {"bad_continuation", "\xC3\x41", u""},
+};
+
+TEST(QzSysStringTest, MultiByteToWideCharIsStrictUtf8)
+{
+    ScopedCtype ctype("C.UTF-8");
+    for (DecodeRow const &row : kDecodeRows) {
+        SCOPED_TRACE(row.name);
+        auto length = static_cast<int>(row.bytes.size());
+        auto needed = static_cast<int>(row.wide.size());
+        EXPECT_EQ(QzSysString::MultiByteToWideChar(row.bytes.data(), length, nullptr, 0), needed);
+        LtWChar out[8] = {u'#', u'#', u'#', u'#', u'#', u'#', u'#', u'#'};
+        EXPECT_EQ(QzSysString::MultiByteToWideChar(row.bytes.data(), length, out, 8), needed);
+        EXPECT_EQ(std::u16string(out, row.wide.size()), row.wide);
+        if (needed > 0) {
+            EXPECT_EQ(out[needed], u'#');  // nothing written past the result
+        }
+        if (needed > 1) {  // (an output count of 0 is a size query)
+            EXPECT_EQ(QzSysString::MultiByteToWideChar(row.bytes.data(), length, out, needed - 1),
+                      0);
+        }
+    }
+}
+
+// Encoding never fails: lone surrogates, in any position, become "?".
+TEST(QzSysStringTest, WideCharToMultiByteReplacesLoneSurrogates)
+{
+    ScopedCtype ctype("C.UTF-8");
+    struct Row {
+        char const *name;
+        std::u16string wide;
+        std::string bytes;
+    };
+    const Row rows[] = {
+        {"ascii", u"Az", "Az"},
+        {"two_byte", u"\u00E9", "\xC3\xA9"},
+        {"three_byte", u"\u20AC\uFFFF", "\xE2\x82\xAC\xEF\xBF\xBF"},
+        {"pair", u"\U0001F600", "\xF0\x9F\x98\x80"},
+        {"high_at_end", u"a\xD83D", "a?"},
+        {"high_before_ascii", u"\xD83Dz", "?z"},
+        {"lone_low", u"\xDE00", "?"},
+        {"reversed_pair", u"\xDE00\xD83D", "??"},
+        {"high_then_pair", u"\xD83D\xD83D\xDE00", "?\xF0\x9F\x98\x80"},
+        {"embedded_nul", std::u16string(u"a\0b", 3), std::string("a\0b", 3)},
+    };
+    for (Row const &row : rows) {
+        SCOPED_TRACE(row.name);
+        auto length = static_cast<int>(row.wide.size());
+        auto needed = static_cast<int>(row.bytes.size());
+        EXPECT_EQ(QzSysString::WideCharToMultiByte(row.wide.data(), length, nullptr, 0), needed);
+        char out[16];
+        std::fill(out, out + 16, '#');
+        EXPECT_EQ(QzSysString::WideCharToMultiByte(row.wide.data(), length, out, 16), needed);
+        EXPECT_EQ(std::string(out, row.bytes.size()), row.bytes);
+        EXPECT_EQ(out[needed], '#');
+        if (needed > 1) {
+            EXPECT_EQ(QzSysString::WideCharToMultiByte(row.wide.data(), length, out, needed - 1),
+                      0);
+        }
+    }
+}
+
+// A length of -1 converts and counts the nul; bad arguments give 0.
+TEST(QzSysStringTest, CodePageConventions)
+{
+    ScopedCtype ctype("C");
+    LtWChar wide[8];
+    char bytes[8];
+    EXPECT_EQ(QzSysString::MultiByteToWideChar("h\xC3\xA9", -1, nullptr, 0), 3);
+    EXPECT_EQ(QzSysString::MultiByteToWideChar("h\xC3\xA9", -1, wide, 8), 3);
+    EXPECT_EQ(std::u16string(wide, 3), std::u16string(u"h\u00E9\0", 3));
+    EXPECT_EQ(QzSysString::MultiByteToWideChar("", -1, wide, 8), 1);
+    EXPECT_EQ(QzSysString::WideCharToMultiByte(u"h\u00E9", -1, bytes, 8), 4);
+    EXPECT_EQ(std::string(bytes, 4), std::string("h\xC3\xA9\0", 4));
+    EXPECT_EQ(QzSysString::WideCharToMultiByte(u"h\u00E9", -1, bytes, 3), 0);
+    EXPECT_EQ(QzSysString::MultiByteToWideChar(nullptr, -1, wide, 8), 0);
+    EXPECT_EQ(QzSysString::MultiByteToWideChar("a", 0, wide, 8), 0);
+    EXPECT_EQ(QzSysString::MultiByteToWideChar("a", -2, wide, 8), 0);
+    EXPECT_EQ(QzSysString::MultiByteToWideChar("a", 1, wide, -1), 0);
+    EXPECT_EQ(QzSysString::MultiByteToWideChar("a", 1, nullptr, 4), 0);
+    EXPECT_EQ(QzSysString::WideCharToMultiByte(nullptr, -1, bytes, 8), 0);
+    EXPECT_EQ(QzSysString::WideCharToMultiByte(u"a", 1, bytes, -1), 0);
+}
+
+// Every 97th scalar value survives a trip out to the code page and back.
+TEST(QzSysStringTest, CodePageRoundTripsScalarValues)
+{
+    ScopedCtype ctype("C.UTF-8");
+    std::u16string wide;
+    for (char32_t c = 1; c <= 0x10FFFF; c += 97) {
+        if (c >= 0xD800 && c <= 0xDFFF)
+            continue;
+        if (c < 0x10000) {
+            wide += static_cast<char16_t>(c);
+        } else {
+            wide += static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10));
+            wide += static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
+        }
+    }
+    auto wide_length = static_cast<int>(wide.size());
+    int byte_length = QzSysString::WideCharToMultiByte(wide.data(), wide_length, nullptr, 0);
+    ASSERT_GT(byte_length, wide_length);
+    std::string bytes(static_cast<std::size_t>(byte_length), '\0');
+    ASSERT_EQ(QzSysString::WideCharToMultiByte(wide.data(), wide_length, &bytes[0], byte_length),
+              byte_length);
+    std::u16string back(wide.size(), u'\0');
+    ASSERT_EQ(QzSysString::MultiByteToWideChar(bytes.data(), byte_length, &back[0], wide_length),
+              wide_length);
+    EXPECT_EQ(back, wide);
+}
+
+// A locale with a single-byte codeset, if the machine has one: only C and
+// C.UTF-8 may be assumed, so the iconv path is tested where it can be.
+class IsoLatin1Locale {
+public:
+    IsoLatin1Locale()
+    {
+        for (char const *name : {"C.ISO-8859-1", "en_US.ISO-8859-1", "en_US", "de_DE.ISO-8859-1",
+                                 "de_DE", "fr_FR.ISO-8859-1", "en_GB.ISO-8859-1"}) {
+            m_locale = newlocale(LC_CTYPE_MASK, name, nullptr);
+            if (m_locale == nullptr)
+                continue;
+            if (std::string(nl_langinfo_l(CODESET, m_locale)) == "ISO-8859-1")
+                return;
+            freelocale(m_locale);
+            m_locale = nullptr;
+        }
+    }
+    ~IsoLatin1Locale()
+    {
+        if (m_locale != nullptr)
+            freelocale(m_locale);
+    }
+    IsoLatin1Locale(IsoLatin1Locale const &) = delete;
+    IsoLatin1Locale &operator=(IsoLatin1Locale const &) = delete;
+    locale_t Get() const { return m_locale; }
+
+private:
+    locale_t m_locale = nullptr;
+};
+
+// Runs body with the calling thread (only) in the locale.
+template <typename Body>
+void InThreadLocale(locale_t locale, Body const &body)
+{
+    locale_t previous = uselocale(locale);
+    body();
+    uselocale(previous);
+}
+
+TEST(QzSysStringTest, SingleByteCodesetGoesThroughIconv)
+{
+    IsoLatin1Locale latin1;
+    if (latin1.Get() == nullptr)
+        GTEST_SKIP() << "no ISO-8859-1 locale installed";
+    InThreadLocale(latin1.Get(), [] {
+        EXPECT_FALSE(QzSysString::IsMultiByteUTF8());
+        LtWChar wide[8];
+        EXPECT_EQ(QzSysString::MultiByteToWideChar("caf\xE9\xA4", 5, wide, 8), 5);
+        EXPECT_EQ(std::u16string(wide, 5), u"caf\u00E9\u00A4");
+        char bytes[16];
+        std::u16string text = u"\u00E9\u20AC\U0001F600\xD800z";
+        EXPECT_EQ(QzSysString::WideCharToMultiByte(text.data(), 6, bytes, 16), 5);
+        EXPECT_EQ(std::string(bytes, 5), "\xE9???z");
+        EXPECT_EQ(QzSysString::Sprintf(bytes, 16, "%.3S|%S", u"ab\u00E9\u00E9", u"\u20AC"), 5);
+        EXPECT_STREQ(bytes, "ab\xE9|?");
+        EXPECT_EQ(QzSysString::Sprintf(bytes, 16, "%.2s", "\xC3\xA9"), 2);  // two characters
+        EXPECT_EQ(QzSysString::WideSprintf(wide, 8, u"%4S", "\xE9"), 4);
+        EXPECT_EQ(ToU16(wide), u"   \u00E9");
+    });
+    EXPECT_TRUE(QzSysString::IsMultiByteUTF8()) << "the locale was the thread's only";
+}
+
+// Each thread keeps its own iconv descriptors; threads converting at once
+// must not disturb one another.
+TEST(QzSysStringTest, ThreadsConvertThroughIconvAtOnce)
+{
+    IsoLatin1Locale latin1;
+    if (latin1.Get() == nullptr)
+        GTEST_SKIP() << "no ISO-8859-1 locale installed";
+    std::vector<int> failures(4, 0);
+    std::vector<std::thread> threads;
+    for (std::size_t t = 0; t < failures.size(); ++t) {
+        threads.emplace_back([&latin1, &failures, t] {
+            InThreadLocale(latin1.Get(), [&failures, t] {
+                for (int i = 0; i < 500; ++i) {
+                    LtWChar wide[4];
+                    char bytes[4];
+                    if (QzSysString::MultiByteToWideChar("\xE9\xFF", 2, wide, 4) != 2 ||
+                        wide[0] != u'\u00E9' || wide[1] != u'\u00FF' ||
+                        QzSysString::WideCharToMultiByte(u"\u00FC\u20AC", 2, bytes, 4) != 2 ||
+                        bytes[0] != '\xFC' || bytes[1] != '?')
+                        ++failures[t];
+                }
+            });
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(failures, std::vector<int>(4, 0));
+}
+
+}  // namespace

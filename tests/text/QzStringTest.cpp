@@ -1,0 +1,548 @@
+// QzStringTest.cpp: QzString objects, its statics on raw 8-bit text, its
+// component, and the conversions of 8-bit text to UTF-16.
+
+#include "qzutil/text/QzString.h"
+
+#include <climits>
+#include <cstdlib>
+#include <string>
+#include <unordered_set>
+
+#include <gtest/gtest.h>
+
+#include "qzutil/frame/QzComponent.h"
+#include "qzutil/frame/QzSysError.h"
+#include "qzutil/memory/QzMemory.h"
+#include "qzutil/text/QzStringBuffer.h"
+#include "qzutil/text/QzWideStringBuffer.h"
+
+#include "support/QzTestSupport.h"
+#include "text/QzTextTestFixture.h"
+
+using QzStringTest = QzTextTest;
+
+// Null and empty are two states: both IsEmpty, only one IsNull, never equal.
+TEST_F(QzStringTest, NullAndEmptyAreDistinct)
+{
+    QzString null_text;
+    EXPECT_TRUE(null_text.IsNull());
+    EXPECT_TRUE(null_text.IsEmpty());
+    EXPECT_EQ(null_text.GetSize(), 0u);
+
+    QzString empty;
+    empty.SetEmptyString();
+    EXPECT_FALSE(empty.IsNull());
+    EXPECT_TRUE(empty.IsEmpty());
+    EXPECT_EQ(empty.GetSize(), 1u);
+    EXPECT_NE(empty.GetString(), nullptr);
+
+    EXPECT_FALSE(null_text == empty);
+    EXPECT_TRUE(null_text != empty);
+    EXPECT_TRUE(empty == "");
+    EXPECT_FALSE(null_text == "");
+
+    empty.SetString(static_cast<char const *>(nullptr));
+    EXPECT_TRUE(empty.IsNull());
+}
+
+TEST_F(QzStringTest, CopiesAndAssignmentsOwnTheirText)
+{
+    char source[] = "model";
+    QzString a(source);
+    source[0] = 'X';  // the string holds its own copy
+    EXPECT_EQ(Bytes(a.GetString()), "model");
+    EXPECT_EQ(a.GetLength(), 5);
+    EXPECT_EQ(a.GetSize(), 6u);
+
+    QzString b(a);
+    EXPECT_NE(b.GetString(), a.GetString());
+    EXPECT_TRUE(a == b);
+
+    QzStringBuffer buffer("from a buffer");
+    QzString c(buffer);
+    EXPECT_EQ(Bytes(c.GetString()), "from a buffer");
+    c = "x";
+    EXPECT_EQ(Bytes(c.GetString()), "x");
+    c = a;
+    EXPECT_EQ(Bytes(c.GetString()), "model");
+
+    c.SetString("truncated", 5);
+    EXPECT_EQ(Bytes(c.GetString()), "trunc");
+    c.SetString(c.GetString());  // its own text: nothing happens
+    EXPECT_EQ(Bytes(c.GetString()), "trunc");
+    c.SetString(c.GetString() + 2);  // part of its own text
+    EXPECT_EQ(Bytes(c.GetString()), "unc");
+
+    QzString moved(std::move(c));
+    EXPECT_EQ(Bytes(moved.GetString()), "unc");
+    EXPECT_TRUE(c.IsNull());
+
+    moved.Swap(a);
+    EXPECT_EQ(Bytes(moved.GetString()), "model");
+    EXPECT_EQ(Bytes(a.GetString()), "unc");
+    EXPECT_EQ(a[1], 'n');
+    EXPECT_EQ(a.CharAtPos(2), 'c');
+}
+
+TEST_F(QzStringTest, StringsLiveInTheClassAllocator)
+{
+    LtNat64 before = QzMemory::GetMallocMemoryAllocated();
+    QzString *text = new QzString("abc");
+    EXPECT_GT(QzMemory::GetMallocMemoryAllocated(), before);
+    delete text;
+    EXPECT_EQ(QzMemory::GetMallocMemoryAllocated(), before);
+}
+
+struct OrderCase {
+    char const *name;
+    char const *a;
+    char const *b;
+    bool equal;
+    int strcmp_sign;
+    int stricmp_sign;
+};
+
+const OrderCase kOrderCases[] = {
+    {"null_null", nullptr, nullptr, true, 0, 0},
+    {"null_empty", nullptr, "", false, -1, -1},
+    {"empty_null", "", nullptr, false, 1, 1},
+    {"empty_empty", "", "", true, 0, 0},
+    {"same", "abc", "abc", true, 0, 0},
+    {"case", "abc", "ABC", false, 1, 0},
+    {"shorter_first", "ab", "abc", false, -1, -1},
+    {"high_byte_after_ascii", "\xE9", "z", false, 1, 1},  // unsigned bytes
+    {"case_then_order", "B", "a", false, -1, 1},
+};
+
+static int Sign(int value)
+{
+    return value < 0 ? -1 : (value > 0 ? 1 : 0);
+}
+
+TEST_F(QzStringTest, EqualityAndOrderFollowTheNullRules)
+{
+    for (OrderCase const &c : kOrderCases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(QzString::Equal(c.a, c.b), c.equal);
+        EXPECT_EQ(Sign(QzString::Strcmp(c.a, c.b)), c.strcmp_sign);
+        EXPECT_EQ(Sign(QzString::Stricmp(c.a, c.b)), c.stricmp_sign);
+    }
+    char const *same = "shared";
+    EXPECT_TRUE(QzString::Equal(same, same));
+}
+
+TEST_F(QzStringTest, EqualPrefixComparesTheFirstCharactersOnly)
+{
+    EXPECT_TRUE(QzString::EqualPrefix("abcdef", "abcxyz", 3));
+    EXPECT_FALSE(QzString::EqualPrefix("abcdef", "abcxyz", 4));
+    EXPECT_TRUE(QzString::EqualPrefix("ab", "ab", 10));
+    EXPECT_FALSE(QzString::EqualPrefix("ab", "abc", 10));
+    EXPECT_FALSE(QzString::EqualPrefix(nullptr, "", 0));
+    EXPECT_TRUE(QzString::EqualPrefix(nullptr, nullptr, 3));
+    QzString text("prefix");
+    EXPECT_TRUE(text.EqualPrefix("pre", 3));
+}
+
+struct AffixCase {
+    char const *name;
+    char const *text;
+    char const *affix;
+    int prefix;
+    int suffix;
+};
+
+const AffixCase kAffixCases[] = {
+    {"empty_affix", "abc", "", 0, 0},
+    {"null_affix", "abc", nullptr, 0, 0},
+    {"empty_text_empty_affix", "", "", 0, 0},
+    {"null_text", nullptr, "a", 0, 0},
+    {"whole", "abc", "abc", 1, 1},
+    {"longer_affix", "ab", "abc", 0, 0},
+    {"start", "abc", "ab", 1, 0},
+    {"end", "abc", "bc", 0, 1},
+    {"neither", "abc", "b", 0, 0},
+};
+
+TEST_F(QzStringTest, PrefixAndSuffixNeedANonEmptyAffix)
+{
+    for (AffixCase const &c : kAffixCases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(QzString::HasPrefix(c.text, c.affix), c.prefix);
+        EXPECT_EQ(QzString::HasSuffix(c.text, c.affix), c.suffix);
+    }
+}
+
+TEST_F(QzStringTest, FindReportsTheFirstOccurrenceFromAPosition)
+{
+    char const *text = "one two one";
+    EXPECT_EQ(QzString::Find(text, "one"), text);
+    EXPECT_EQ(QzString::Find(text, "two"), text + 4);
+    EXPECT_EQ(QzString::Find(text, "three"), nullptr);
+    EXPECT_EQ(QzString::Find(text, ""), nullptr);
+    EXPECT_EQ(QzString::Find(text, nullptr), nullptr);
+    EXPECT_EQ(QzString::Find("", "a"), nullptr);
+    EXPECT_EQ(QzString::Find(nullptr, "a"), nullptr);
+
+    QzString object(text);
+    char const *base = object.GetString();
+    EXPECT_EQ(object.Find("one", 1), base + 8);
+    EXPECT_EQ(object.Find("one", 8), base + 8);
+    EXPECT_EQ(object.Find("one", 9), nullptr);
+    EXPECT_EQ(object.Find("o", 11), nullptr);  // from == length
+    EXPECT_EQ(object.Find("o", -1), nullptr);
+
+    EXPECT_EQ(QzString::FindLastChar(text, 'o'), text + 8);
+    EXPECT_EQ(QzString::FindLastChar(text, 'x'), nullptr);
+    EXPECT_EQ(QzString::FindLastChar(nullptr, 'o'), nullptr);
+}
+
+TEST_F(QzStringTest, HashTakesBytesAsSignedValues)
+{
+    EXPECT_EQ(QzString::Hash("a"), 97u);
+    EXPECT_EQ(QzString::Hash("ab"), 583u);  // 97 * 5 + 98
+    EXPECT_EQ(QzString::Hash("\xE9"), 0xFFFFFFE9u);
+    EXPECT_EQ(QzString::Hash("\xE9"
+                             "a"),
+              0xFFFFFFE9u * 5u + 97u);
+    EXPECT_EQ(QzString::Hash(""), 0u);
+    EXPECT_EQ(QzString::Hash(nullptr), 0u);
+
+    QzString ab("ab");
+    EXPECT_EQ(ab.Hash(), 583u);
+    EXPECT_EQ(QzStringHasher()(ab), 583u);
+    std::unordered_set<QzString, QzStringHasher> set;
+    set.insert(QzString("x"));
+    EXPECT_EQ(set.count(QzString("x")), 1u);
+}
+
+TEST_F(QzStringTest, CaseChangesWorkByteByByte)
+{
+    char text[] = "Mixed Case 42";
+    QzString::UpperCase(text);
+    EXPECT_EQ(Bytes(text), "MIXED CASE 42");
+    QzString::LowerCase(text);
+    EXPECT_EQ(Bytes(text), "mixed case 42");
+    QzString::LowerCase(nullptr);  // no effect, no crash
+
+    QzString object("aBc");
+    object.UpperCase();
+    EXPECT_EQ(Bytes(object.GetString()), "ABC");
+}
+
+TEST_F(QzStringTest, AllocAndCopyMakesExactBlocks)
+{
+    EXPECT_EQ(QzString::AllocAndCopy(nullptr), nullptr);
+    EXPECT_EQ(QzString::AllocAndCopy(nullptr, 3), nullptr);
+
+    char *whole = QzString::AllocAndCopy("abcdef");
+    char *part = QzString::AllocAndCopy("abcdef", 2);
+    char *short_text = QzString::AllocAndCopy("ab", 10);  // stops at the nul
+    EXPECT_EQ(Bytes(whole), "abcdef");
+    EXPECT_EQ(Bytes(part), "ab");
+    EXPECT_EQ(Bytes(short_text), "ab");
+    QzString::Dealloc(whole);
+    QzString::Dealloc(part);
+    QzString::Dealloc(short_text);  // the fixture checks that all went back
+    QzString::Dealloc(nullptr);
+}
+
+struct SubStringCase {
+    char const *name;
+    int start;
+    int end;
+    char const *expected;
+};
+
+const SubStringCase kSubStringCases[] = {
+    {"middle", 1, 4, "bcd"},  {"whole", 0, 6, "abcdef"},      {"start_negative", -1, 3, ""},
+    {"end_beyond", 2, 7, ""}, {"start_equals_end", 3, 3, ""}, {"start_after_end", 4, 2, ""},
+};
+
+TEST_F(QzStringTest, ExtractSubStringTakesAHalfOpenRange)
+{
+    for (SubStringCase const &c : kSubStringCases) {
+        SCOPED_TRACE(c.name);
+        QzStringBuffer out("old content");
+        QzString::ExtractSubString("abcdef", c.start, c.end, &out);
+        EXPECT_FALSE(out.IsNull());
+        EXPECT_EQ(Bytes(out.GetString()), c.expected);
+        EXPECT_EQ(out.GetLength(), QzString::GetLength(c.expected));
+    }
+    QzStringBuffer out("old");
+    QzString::ExtractSubString(nullptr, 0, 1, &out);
+    EXPECT_TRUE(out.IsNull());
+    QzString::ExtractSubString("abc", 0, 1, nullptr);  // nowhere to write: nothing happens
+}
+
+// --- UTF-8 decoding ---
+
+struct Utf8Case {
+    char const *name;
+    char const *utf8;
+    std::u16string wide;
+    int ok;
+};
+
+const Utf8Case kUtf8Cases[] = {
+    // First and last character of each sequence length.
+    {"one_first", "\x01", u"\x0001", 1},
+    {"one_last", "\x7F", u"\x007F", 1},
+    {"two_first", "\xC2\x80", u"\u0080", 1},
+    {"two_last", "\xDF\xBF", u"\u07FF", 1},
+    {"three_first", "\xE0\xA0\x80", u"\u0800", 1},
+    {"three_last_allowed", "\xEF\xBF\xBD", u"\uFFFD", 1},
+    {"four_first", "\xF0\x90\x80\x80", u"\U00010000", 1},
+    {"four_last", "\xF4\x8F\xBF\xBF", u"\U0010FFFF", 1},
+    {"astral_pair", "\xF0\x9F\x98\x80", u"\U0001F600", 1},  // D83D DE00
+    {"mixed", "a\xC3\xA9z", u"a\u00E9z", 1},
+    // Encoded surrogates pass on as they are.
+    {"surrogate_high", "\xED\xA0\x80", std::u16string(1, char16_t(0xD800)), 1},
+    {"surrogate_low", "\xED\xBF\xBF", std::u16string(1, char16_t(0xDFFF)), 1},
+    // Refused values.
+    {"refused_FFFE", "\xEF\xBF\xBE", u"\uFFFD", 0},
+    {"refused_FFFF", "\xEF\xBF\xBF", u"\uFFFD", 0},
+    {"above_10FFFF", "\xF4\x90\x80\x80", u"\uFFFD", 0},
+    {"lead_F7", "\xF7\xBF\xBF\xBF", u"\uFFFD", 0},
+    // Overlong forms.
+    {"overlong_nul", "\xC0\x80", u"\uFFFD", 0},
+    {"overlong_two", "\xC1\xBF", u"\uFFFD", 0},
+    {"overlong_three", "\xE0\x9F\xBF", u"\uFFFD", 0},
+    {"overlong_four", "\xF0\x8F\xBF\xBF", u"\uFFFD", 0},
+    // Bytes that start nothing: one U+FFFD each.
+    {"lone_continuation", "\x80", u"\uFFFD", 0},
+    {"two_continuations",
+     "a\x80\xBF"
+     "b",
+     u"a\uFFFD\uFFFDb", 0},
+    {"lead_F8", "\xF8\x88\x80\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD", 0},
+    {"lead_FF", "\xFF", u"\uFFFD", 0},
+    // A broken sequence: one U+FFFD, which also swallows the breaking byte.
+    {"broken_by_ascii", "\xC3\x28", u"\uFFFD", 0},
+    {"broken_three", "\xE2\x82\x28z", u"\uFFFDz", 0},
+    {"broken_by_lead", "\xE2\xC3\xA9", u"\uFFFD\uFFFD", 0},
+    // Cut by the end of the text: the nul is not swallowed.
+    {"truncated_two_at_end", "ab\xC3", u"ab\uFFFD", 0},
+    {"truncated_four_at_end", "\xF0\x9F\x98", u"\uFFFD\uFFFD\uFFFD", 0},
+};
+
+TEST_F(QzStringTest, Utf8ToWideDecodesAndReplaces)
+{
+    for (Utf8Case const &c : kUtf8Cases) {
+        SCOPED_TRACE(c.name);
+        QzWideStringBuffer out(u"previous text");
+        EXPECT_EQ(QzString::UTF8ToWideString(c.utf8, &out), c.ok);
+        EXPECT_EQ(ToU16(out.GetString()), c.wide);
+        EXPECT_EQ(out.GetLength(), static_cast<int>(c.wide.size()));
+        EXPECT_EQ(QzString::IsValidUTF8(c.utf8), c.ok);
+    }
+}
+
+struct Utf8LengthCase {
+    char const *name;
+    char const *utf8;
+    int length;
+    std::u16string wide;
+    int ok;
+};
+
+// The length bounds multi-byte sequences only: the scan itself runs on to
+// the nul.
+const Utf8LengthCase kUtf8LengthCases[] = {
+    {"whole", "a\xC3\xA9", 3, u"a\u00E9", 1},
+    {"cuts_two_byte", "a\xC3\xA9", 2, u"a\uFFFD\uFFFD", 0},
+    {"cuts_at_lead", "\xC3\xA9", 1, u"\uFFFD\uFFFD", 0},
+    {"ascii_beyond_length", "abc", 1, u"abc", 1},
+    {"negative_is_whole", "\xE2\x82\xAC", -1, u"\u20AC", 1},
+};
+
+TEST_F(QzStringTest, Utf8LengthBoundsSequences)
+{
+    for (Utf8LengthCase const &c : kUtf8LengthCases) {
+        SCOPED_TRACE(c.name);
+        QzWideStringBuffer out;
+        EXPECT_EQ(QzString::UTF8ToWideString(c.utf8, c.length, &out), c.ok);
+        EXPECT_EQ(ToU16(out.GetString()), c.wide);
+    }
+}
+
+TEST_F(QzStringTest, Utf8ToWideHandlesNullAndEmpty)
+{
+    EXPECT_EQ(QzString::UTF8ToWideStringImpl("a", -1, nullptr), 0);
+
+    QzWideStringBuffer out(u"x");
+    EXPECT_EQ(QzString::UTF8ToWideString(nullptr, &out), 1);
+    EXPECT_TRUE(out.IsNull());
+
+    EXPECT_EQ(QzString::UTF8ToWideString("", &out), 1);
+    EXPECT_FALSE(out.IsNull());
+    EXPECT_TRUE(out.IsEmpty());
+    EXPECT_EQ(out.GetAllocationSize() * 2, static_cast<int>(QzMemory::GetBestBlockSize(2)));
+
+    EXPECT_EQ(QzString::IsValidUTF8(nullptr), 1);
+    EXPECT_EQ(QzString::IsValidUTF8(""), 1);
+}
+
+TEST_F(QzStringTest, IsValidAsciiLooksAtTheTopBit)
+{
+    EXPECT_EQ(QzString::IsValidAscii(nullptr), 1);
+    EXPECT_EQ(QzString::IsValidAscii(""), 1);
+    EXPECT_EQ(QzString::IsValidAscii("plain \x7F"), 1);
+    EXPECT_EQ(QzString::IsValidAscii("caf\xC3\xA9"), 0);
+}
+
+// --- 7-bit and multi-byte widening ---
+
+struct WidenCase {
+    char const *name;
+    char const *text;
+    int ascii_ok;
+    std::u16string ascii;
+    int multi_ok;
+    std::u16string multi;
+};
+
+const WidenCase kWidenCases[] = {
+    {"ascii", "abc", 1, u"abc", 1, u"abc"},
+    {"utf8", "caf\xC3\xA9", 0, u"ASCIITOWCS INTERNAL FAILURE!", 1, u"caf\u00E9"},
+    {"invalid_utf8", "\xC3\x28", 0, u"ASCIITOWCS INTERNAL FAILURE!", 0,
+     u"MBSTOWCS CONVERSION FAILED!"},
+    {"lone_continuation", "a\x80", 0, u"ASCIITOWCS INTERNAL FAILURE!", 0,
+     u"MBSTOWCS CONVERSION FAILED!"},
+};
+
+TEST_F(QzStringTest, WideningLeavesAComplaintOnFailure)
+{
+    QzScopedCType utf8_locale("C.UTF-8");
+    for (WidenCase const &c : kWidenCases) {
+        SCOPED_TRACE(c.name);
+        QzWideStringBuffer out(u"previous");
+        EXPECT_EQ(QzString::AsciiToWideString(c.text, &out), c.ascii_ok);
+        EXPECT_EQ(ToU16(out.GetString()), c.ascii);
+        EXPECT_EQ(QzString::MultiToWideString(c.text, &out), c.multi_ok);
+        EXPECT_EQ(ToU16(out.GetString()), c.multi);
+        EXPECT_EQ(out.GetLength(), static_cast<int>(c.multi.size()));
+    }
+}
+
+TEST_F(QzStringTest, WideningKeepsNullAndEmptyApart)
+{
+    QzWideStringBuffer out(u"x");
+    EXPECT_EQ(QzString::AsciiToWideString(nullptr, &out), 1);
+    EXPECT_TRUE(out.IsNull());
+    EXPECT_EQ(QzString::AsciiToWideString("", &out), 1);
+    EXPECT_FALSE(out.IsNull());
+    EXPECT_TRUE(out.IsEmpty());
+
+    out.SetString(u"x");
+    EXPECT_EQ(QzString::MultiToWideString(nullptr, &out), 1);
+    EXPECT_TRUE(out.IsNull());
+    EXPECT_EQ(QzString::MultiToWideString("", &out), 1);
+    EXPECT_FALSE(out.IsNull());
+    EXPECT_TRUE(out.IsEmpty());
+}
+
+// --- Numbers ---
+
+TEST_F(QzStringTest, ReadCFloatScansALeadingNumber)
+{
+    double value = -1;
+    EXPECT_EQ(QzString::ReadCFloat("2.5", &value), 1);
+    EXPECT_EQ(value, 2.5);
+    EXPECT_EQ(QzString::ReadCFloat("  -1e3 and more", &value), 1);
+    EXPECT_EQ(value, -1000.0);
+    value = 7;
+    EXPECT_EQ(QzString::ReadCFloat("abc", &value), 0);
+    EXPECT_EQ(value, 7.0);
+    EXPECT_EQ(QzString::ReadCFloat("", &value), 0);
+    EXPECT_EQ(QzString::ReadCFloat(nullptr, &value), 0);
+}
+
+struct LocalizedFloatCase {
+    char const *name;
+    char const *text;
+    int ok;
+    double value;
+};
+
+const LocalizedFloatCase kLocalizedFloatCases[] = {
+    {"plain", "1.25", 1, 1.25},          {"blanks_around", " \t1.25\n ", 1, 1.25},
+    {"trailing_text", "1.25x", 0, 1.25},  // the value is stored anyway
+    {"exponent", "-2e2", 1, -200.0},     {"nothing_numeric", "abc", 0, 0.0},
+};
+
+TEST_F(QzStringTest, ReadLocalizedFloatNeedsTheWholeTrimmedText)
+{
+    for (LocalizedFloatCase const &c : kLocalizedFloatCases) {
+        SCOPED_TRACE(c.name);
+        double value = 99;
+        EXPECT_EQ(QzString::ReadLocalizedFloat(c.text, &value), c.ok);
+        EXPECT_EQ(value, c.value);
+    }
+    double untouched = 99;
+    EXPECT_EQ(QzString::ReadLocalizedFloat("   ", &untouched), 0);
+    EXPECT_EQ(QzString::ReadLocalizedFloat(nullptr, &untouched), 0);
+    EXPECT_EQ(untouched, 99.0);
+}
+
+struct LocalizedIntCase {
+    char const *name;
+    char const *text;
+    int ok;
+    int value;
+};
+
+const LocalizedIntCase kLocalizedIntCases[] = {
+    {"plain", "42", 1, 42},
+    {"negative_with_blanks", "  -7 ", 1, -7},
+    {"fraction", "4.2", 0, 4},
+    {"letters", "abc", 0, 0},
+    {"above_int", "99999999999", 1, INT_MAX},
+    {"below_int", "-99999999999", 1, INT_MIN},
+};
+
+TEST_F(QzStringTest, ReadLocalizedIntNeedsTheWholeTrimmedText)
+{
+    for (LocalizedIntCase const &c : kLocalizedIntCases) {
+        SCOPED_TRACE(c.name);
+        int value = 99;
+        EXPECT_EQ(QzString::ReadLocalizedInt(c.text, &value), c.ok);
+        EXPECT_EQ(value, c.value);
+    }
+    int untouched = 99;
+    EXPECT_EQ(QzString::ReadLocalizedInt("", &untouched), 0);
+    EXPECT_EQ(untouched, 99);
+}
+
+// --- Component ---
+
+TEST_F(QzStringTest, InitialiseIsCounted)
+{
+    int count = QzString::IsInitialised();
+    EXPECT_GE(count, 1);
+    QzString::Initialise();
+    EXPECT_EQ(QzString::IsInitialised(), count + 1);
+    QzString::Terminate();
+    EXPECT_EQ(QzString::IsInitialised(), count);
+    EXPECT_EQ(QzSysError::FindComponent("QzString"), QzString::GetComponent());
+}
+
+// In a fresh process the first QzString::Initialise registers its own
+// component first and then brings up the error layer and the allocator.
+static bool ComponentListIsStringErrorMemory()
+{
+    QzString::Initialise();
+    char const *expected[] = {"QzString", "QzSysError", "QzMemory", "QzSysMemory"};
+    QzComponent *component = QzSysError::GetFirstComponent();
+    for (char const *name : expected) {
+        if (component == nullptr || !component->IsName(name))
+            return false;
+        component = component->GetNext();
+    }
+    return component == nullptr && QzSysError::IsInitialised() == 3;
+}
+
+TEST(QzStringDeathTest, FirstInitialiseRegistersInDependencyOrder)
+{
+    EXPECT_EXIT(std::exit(ComponentListIsStringErrorMemory() ? 0 : 1), testing::ExitedWithCode(0),
+                "");
+}

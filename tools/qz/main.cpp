@@ -1,0 +1,69 @@
+// main.cpp: the qz command-line tool: dispatches to one command, and gives
+// help on the tool and on every command.
+
+#include <cstdio>
+#include <cstring>
+
+#include "QzCommands.h"
+
+static QzCommand const kCommands[] = {
+    {"version", "print the version of qz and of the library",
+     "usage: qz version\n"
+     "\n"
+     "Prints the version of the qz tool and of the qzutil library it runs on.\n",
+     RunVersionCommand},
+    {"demo", "bring up the library and show components, text, errors and the log",
+     "usage: qz demo\n"
+     "\n"
+     "Initialises the error layer (and with it the log, the allocator and the\n"
+     "strings), lists the initialised components, formats narrow and UTF-16\n"
+     "text, posts an error that a handler takes and a warning that is only\n"
+     "logged, prints the in-memory log, and shuts everything down again.\n",
+     RunDemoCommand},
+};
+
+static void PrintToolHelp(FILE *out)
+{
+    std::fputs("usage: qz <command> [arguments]\n"
+               "       qz <command> --help\n"
+               "\n"
+               "Commands:\n",
+               out);
+    for (QzCommand const &command : kCommands)
+        std::fprintf(out, "  %-10s %s\n", command.name, command.summary);
+}
+
+bool WantsHelp(int argc, char **argv)
+{
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0)
+            return true;
+    }
+    return false;
+}
+
+int main(int argc, char **argv)
+{
+    if (argc < 2) {
+        PrintToolHelp(stderr);
+        return 2;
+    }
+    char const *name = argv[1];
+    if (std::strcmp(name, "--help") == 0 || std::strcmp(name, "-h") == 0 ||
+        std::strcmp(name, "help") == 0) {
+        PrintToolHelp(stdout);
+        return 0;
+    }
+    for (QzCommand const &command : kCommands) {
+        if (std::strcmp(name, command.name) != 0)
+            continue;
+        if (WantsHelp(argc - 1, argv + 1)) {
+            std::fputs(command.usage, stdout);
+            return 0;
+        }
+        return command.run(argc - 1, argv + 1);
+    }
+    std::fprintf(stderr, "qz: unknown command '%s'\n\n", name);
+    PrintToolHelp(stderr);
+    return 2;
+}
