@@ -27,24 +27,14 @@ static QzStringBuffer *g_narrow;
 static QzWideStringBuffer *g_wide;
 
 
+// The log's word: none for eINFO, and "UKNOWN", its long-standing spelling,
+// for values outside the list (FormatError spells it right).
 static char const *SeverityLogWord(QzSysError::Severity severity)
 {
-    switch (severity) {
-    case QzSysError::eERROR:
-        return "eERROR";
-    case QzSysError::eWARNING:
-        return "eWARNING";
-    case QzSysError::ePRECONDITION:
-        return "ePRECONDITION";
-    case QzSysError::eASSERT:
-        return "eASSERT";
-    case QzSysError::eDEBUG:
-        return "eDEBUG";
-    case QzSysError::eINFO:
-        return nullptr;  // information lines carry no word
-    default:
-        return "UKNOWN";  // the log's long-standing spelling; FormatError spells it right
-    }
+    if (severity == QzSysError::eINFO)
+        return nullptr;
+    char const *word = QzSeverityWord(severity);
+    return word != nullptr ? word : "UKNOWN";
 }
 
 // The log line of every post made while QzError is up:
@@ -191,14 +181,14 @@ QzErrorPostStream QzError::Post(QzSysError::Severity severity, QzComponent *comp
 }
 
 // Formats a UTF-8 format into the shared narrow buffer and logs it.
-static void LogNarrowV(char const *format, va_list args)
+static void LogV(char const *format, va_list args)
 {
     QzSysAutoLock lock(&g_error_lock);
     QzFormatGrowing(g_narrow, format, args);
     QzSysError::LogUTF8String(g_narrow->GetString());
 }
 
-static void LogWideV(LtWChar const *format, va_list args)
+static void LogV(LtWChar const *format, va_list args)
 {
     QzSysAutoLock lock(&g_error_lock);
     QzFormatGrowing(g_wide, format, args);
@@ -210,7 +200,7 @@ void QzError::Log(char const *format, ...)
 {
     va_list args;
     va_start(args, format);
-    LogNarrowV(format, args);
+    LogV(format, args);
     va_end(args);
 }
 
@@ -218,7 +208,7 @@ void QzError::Log(LtWChar const *format, ...)
 {
     va_list args;
     va_start(args, format);
-    LogWideV(format, args);
+    LogV(format, args);
     va_end(args);
 }
 
@@ -292,28 +282,33 @@ static void LogTracePrefix(int level, char const *file, int line)
     }
 }
 
-bool QzError::Trace(int level, char const *format, ...)
+// The gate, the prefix and the text of every printf-style trace.
+template <typename Char>
+static bool TraceV(int level, char const *file, int line, Char const *format, va_list args)
 {
     if (!QzSysError::ShouldTrace(level))
         return false;
-    LogTracePrefix(level, nullptr, 0);
+    LogTracePrefix(level, file, line);
+    LogV(format, args);
+    return true;
+}
+
+bool QzError::Trace(int level, char const *format, ...)
+{
     va_list args;
     va_start(args, format);
-    LogNarrowV(format, args);
+    bool const passed = TraceV(level, nullptr, 0, format, args);
     va_end(args);
-    return true;
+    return passed;
 }
 
 bool QzError::Trace(int level, LtWChar const *format, ...)
 {
-    if (!QzSysError::ShouldTrace(level))
-        return false;
-    LogTracePrefix(level, nullptr, 0);
     va_list args;
     va_start(args, format);
-    LogWideV(format, args);
+    bool const passed = TraceV(level, nullptr, 0, format, args);
     va_end(args);
-    return true;
+    return passed;
 }
 
 bool QzError::TraceWideString(int level, LtWChar const *text)
@@ -327,26 +322,20 @@ bool QzError::TraceWideString(int level, LtWChar const *text)
 
 bool QzError::Trace(int level, char const *file, int line, char const *format, ...)
 {
-    if (!QzSysError::ShouldTrace(level))
-        return false;
-    LogTracePrefix(level, file, line);
     va_list args;
     va_start(args, format);
-    LogNarrowV(format, args);
+    bool const passed = TraceV(level, file, line, format, args);
     va_end(args);
-    return true;
+    return passed;
 }
 
 bool QzError::Trace(int level, char const *file, int line, LtWChar const *format, ...)
 {
-    if (!QzSysError::ShouldTrace(level))
-        return false;
-    LogTracePrefix(level, file, line);
     va_list args;
     va_start(args, format);
-    LogWideV(format, args);
+    bool const passed = TraceV(level, file, line, format, args);
     va_end(args);
-    return true;
+    return passed;
 }
 
 QzErrorTraceStream QzError::Trace(int level)

@@ -5,6 +5,7 @@
 
 #include "qzutil/frame/QzComponent.h"
 #include "qzutil/frame/QzError.h"
+#include "qzutil/frame/internal/QzErrorFormat.h"
 #include "qzutil/sys/QzSysString.h"
 #include "qzutil/text/QzString.h"
 #include "qzutil/text/QzWideString.h"
@@ -19,20 +20,8 @@ static bool g_require_environment_boxes;
 // also stands for eINFO.
 static char const *SeverityDisplayWord(QzSysError::Severity severity)
 {
-    switch (severity) {
-    case QzSysError::eERROR:
-        return "eERROR";
-    case QzSysError::eWARNING:
-        return "eWARNING";
-    case QzSysError::ePRECONDITION:
-        return "ePRECONDITION";
-    case QzSysError::eASSERT:
-        return "eASSERT";
-    case QzSysError::eDEBUG:
-        return "eDEBUG";
-    default:
-        return "UNKNOWN";
-    }
+    char const *word = QzSeverityWord(severity);
+    return word != nullptr ? word : "UNKNOWN";
 }
 
 static int FormatErrorImpl(QzSysError::Severity severity, QzComponent *component, int id,

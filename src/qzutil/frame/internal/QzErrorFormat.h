@@ -16,6 +16,16 @@ inline int QzPostLevel(QzSysError::Severity severity, int id, void const *data)
     return id == -1 && data == nullptr ? 4 : 5;
 }
 
+// The word of a posted severity from eERROR to eDEBUG, else null: the log
+// and the display name the others each in their own way.
+inline char const *QzSeverityWord(QzSysError::Severity severity)
+{
+    static char const *const kWords[] = {"eERROR", "eWARNING", "ePRECONDITION", "eASSERT",
+                                         "eDEBUG"};
+    return severity >= QzSysError::eERROR && severity <= QzSysError::eDEBUG ? kWords[severity]
+                                                                            : nullptr;
+}
+
 // Formats into *buffer, replacing its content: starts from at least 101
 // characters and, while the formatter reports a cut, grows by one size class
 // (Reserve at the present capacity) until the text fits or the capacity
