@@ -13,9 +13,38 @@ packages=(
   ca-certificates
   # tests, benchmarks, fuzzing
   libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
-  nginx openssl python3
+  nginx openssl python3 locales
   libmimalloc-dev libjemalloc-dev
 )
+
+# The multi-byte code page tests want one single-byte locale beside C and
+# C.UTF-8. It is compiled from the locales package's sources when missing.
+test_locale="en_US.ISO-8859-1"
+
+have_test_locale()
+{
+  locale -a 2>/dev/null | grep -qix 'en_US.iso88591'
+}
+
+as_root()
+{
+  if [ "$(id -u)" -eq 0 ]; then
+    "$@"
+  elif command -v sudo >/dev/null; then
+    sudo "$@"
+  else
+    echo "setup: run as root, or install sudo, to run: $*" >&2
+    exit 1
+  fi
+}
+
+ensure_test_locale()
+{
+  if ! have_test_locale; then
+    echo "setup: compiling the $test_locale locale"
+    as_root localedef -i en_US -f ISO-8859-1 "$test_locale"
+  fi
+}
 
 missing=()
 for p in "${packages[@]}"; do
@@ -26,18 +55,10 @@ done
 
 if [ ${#missing[@]} -eq 0 ]; then
   echo "setup: all ${#packages[@]} packages present"
-  exit 0
+else
+  echo "setup: installing ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  as_root apt-get update -q
+  as_root apt-get install -y -q --no-install-recommends "${missing[@]}"
 fi
-
-echo "setup: installing ${missing[*]}"
-SUDO=""
-if [ "$(id -u)" -ne 0 ]; then
-  if ! command -v sudo >/dev/null; then
-    echo "setup: run as root, or install sudo, to install: ${missing[*]}" >&2
-    exit 1
-  fi
-  SUDO="sudo"
-fi
-export DEBIAN_FRONTEND=noninteractive
-$SUDO apt-get update -q
-$SUDO apt-get install -y -q --no-install-recommends "${missing[@]}"
+ensure_test_locale

@@ -3,15 +3,16 @@
 
 #include "qzutil/frame/QzComponent.h"
 
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "qzutil/frame/QzError.h"
 #include "qzutil/frame/QzSysError.h"
 #include "qzutil/memory/QzMemory.h"
 #include "qzutil/text/QzString.h"
+
 #include "support/QzTestSupport.h"
 
 namespace {
@@ -90,9 +91,8 @@ TEST_F(QzComponentTest, ErrorChainOrderAndCounts)
 {
     QzError::Initialise();
     QzError::Initialise();
-    std::vector<ListEntry> const expected = {{"QzError", 2},  {"QzSysError", 4},
-                                             {"QzString", 1}, {"QzMemory", 1},
-                                             {"QzSysMemory", 1}};
+    std::vector<ListEntry> const expected = {
+        {"QzError", 2}, {"QzSysError", 4}, {"QzString", 1}, {"QzMemory", 1}, {"QzSysMemory", 1}};
     EXPECT_EQ(ComponentList(), expected);
     QzError::Terminate();
     EXPECT_EQ(QzError::IsInitialised(), 1);

@@ -3,14 +3,15 @@
 
 #include "qzutil/frame/QzError.h"
 
-#include <gtest/gtest.h>
-
 #include <clocale>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "qzutil/frame/QzComponent.h"
 #include "qzutil/text/QzString.h"
 #include "qzutil/text/QzWideString.h"
+
 #include "support/QzTestSupport.h"
 
 namespace {
@@ -101,9 +102,8 @@ TEST_F(QzErrorTest, StreamPostPiecesAndKey)
 {
     int datum = 0;
     QzError::Post(QzSysError::eERROR, &g_unit, 5, &datum)
-        << u"w" << -3 << 4000000000u << -5000000000LL << 18000000000000000000ULL << 0.5
-        << false << static_cast<void const *>(nullptr) << QzString("s")
-        << QzWideString(u"W");
+        << u"w" << -3 << 4000000000u << -5000000000LL << 18000000000000000000ULL << 0.5 << false
+        << static_cast<void const *>(nullptr) << QzString("s") << QzWideString(u"W");
     ASSERT_EQ(QzPostRecorder::Posts().size(), 1u);
     QzRecordedPost const &post = QzPostRecorder::Posts()[0];
     EXPECT_EQ(post.message,
@@ -135,10 +135,10 @@ TEST_F(QzErrorTest, FormatErrorAndFilter)
     for (Row const &row : rows) {
         SCOPED_TRACE(row.name);
         QzWideStringBuffer out;
-        int const fatal = row.filter ? QzError::FilterAndFormatError(row.severity, &g_unit, 4,
-                                                                     nullptr, row.message, &out)
-                                     : QzError::FormatError(row.severity, &g_unit, 4, nullptr,
-                                                            row.message, &out);
+        int const fatal =
+            row.filter ? QzError::FilterAndFormatError(row.severity, &g_unit, 4, nullptr,
+                                                       row.message, &out)
+                       : QzError::FormatError(row.severity, &g_unit, 4, nullptr, row.message, &out);
         EXPECT_EQ(fatal, row.fatal);
         std::u16string const word = row.severity == QzSysError::eASSERT         ? u"eASSERT"
                                     : row.severity == QzSysError::ePRECONDITION ? u"ePRECONDITION"
@@ -159,9 +159,9 @@ TEST_F(QzErrorTest, PrintHandlersWriteToStandardOutput)
 {
     testing::internal::CaptureStdout();
     EXPECT_EQ(QzError::PrintErrorHandler(QzSysError::eASSERT, &g_unit, 1, nullptr, u"a at b"), 1);
-    EXPECT_EQ(QzError::PrintAndFilterErrorHandler(QzSysError::eASSERT, &g_unit, 1, nullptr,
-                                                  u"a at b"),
-              1);
+    EXPECT_EQ(
+        QzError::PrintAndFilterErrorHandler(QzSysError::eASSERT, &g_unit, 1, nullptr, u"a at b"),
+        1);
     EXPECT_EQ(QzError::PrintAndExitIgnoreWarningErrorHandler(QzSysError::eWARNING, &g_unit, 1,
                                                              nullptr, u"quiet"),
               1);
@@ -211,7 +211,8 @@ TEST_F(QzErrorTest, LogForms)
     QzError::LogFloat(0.25);
     QzError::LogPtr(nullptr);
     QzError::Log() << ";" << u"x" << 7 << false;
-    EXPECT_EQ(ReplayLog(), "a=1;b;-2-30000000004000000000" "50.250000000000000000;x7FALSE");
+    EXPECT_EQ(ReplayLog(), "a=1;b;-2-30000000004000000000"
+                           "50.250000000000000000;x7FALSE");
 }
 
 TEST_F(QzErrorTest, MessageBoxFlagsAndResults)
@@ -219,8 +220,8 @@ TEST_F(QzErrorTest, MessageBoxFlagsAndResults)
     struct FlagRow {
         int buttons, icon, help_id, flags;
     } const flag_rows[] = {
-        {0, 0, -1, 0x2},    {1, 1, -1, 0x42},  {2, 2, -1, 0x20},      {3, 3, -1, 0x31},
-        {4, 4, -1, 0x15},   {5, 9, -1, 0x4},   {6, 0, 0, 0x4003},     {2, 4, 7, 0x4010},
+        {0, 0, -1, 0x2},  {1, 1, -1, 0x42}, {2, 2, -1, 0x20},  {3, 3, -1, 0x31},
+        {4, 4, -1, 0x15}, {5, 9, -1, 0x4},  {6, 0, 0, 0x4003}, {2, 4, 7, 0x4010},
     };
     for (FlagRow const &row : flag_rows) {
         EXPECT_EQ(QzError::ConvertMBFlagsToWin32(

@@ -1,12 +1,13 @@
 // The two log regions: what fits where, the wrap of the second region, and
 // the replay that shows head, gap marker and tail.
 
-#include <gtest/gtest.h>
-
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "qzutil/frame/QzComponent.h"
 #include "qzutil/frame/QzSysError.h"
+
 #include "support/QzTestSupport.h"
 
 namespace {
@@ -86,4 +87,23 @@ TEST_F(QzSysErrorLogTest, ClearStartsOver)
     EXPECT_EQ(ReplayLog(), "");
     QzSysError::LogUTF8String("again");
     EXPECT_EQ(ReplayLog(), "again");
+}
+
+// The first switch-on of the console replays the log there; from then on
+// each text goes to the console as it is logged, until switched off.
+TEST_F(QzSysErrorLogTest, ConsoleGetsReplayThenLiveText)
+{
+    QzSysError::LogUTF8String("before;");
+    testing::internal::CaptureStdout();
+    QzSysError::SetConsoleEnable(1);
+    EXPECT_EQ(QzSysError::IsConsoleEnable(), 1);
+    EXPECT_EQ(QzSysError::IsComponentConsoleEnable(), 1);
+    QzSysError::LogUTF8String("live;");
+    QzSysError::SetConsoleEnable(0);
+    QzSysError::LogUTF8String("quiet;");
+    QzSysError::SetConsoleEnable(1);  // no second replay
+    QzSysError::SetConsoleEnable(0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "before;live;");
+    EXPECT_EQ(QzSysError::IsComponentConsoleEnable(), 0);
+    EXPECT_EQ(ReplayLog(), "before;live;quiet;");
 }

@@ -3,15 +3,16 @@
 
 #include "qzutil/frame/QzSysError.h"
 
-#include <gtest/gtest.h>
-
 #include <csignal>
 #include <cstdio>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "qzutil/frame/QzComponent.h"
 #include "qzutil/frame/QzError.h"
+
 #include "support/QzTestSupport.h"
 
 namespace {
@@ -22,11 +23,11 @@ QzComponent g_part;  // the posting component of these tests
 std::vector<std::string> g_calls;
 int g_answer_of_severity_slot = 0;
 
-#define RECORDING_HANDLER(Name, Answer)                                                  \
-    int Name(QzSysError::Severity, QzComponent *, int, void *, LtWChar const *)         \
-    {                                                                                    \
-        g_calls.push_back(#Name);                                                        \
-        return Answer;                                                                   \
+#define RECORDING_HANDLER(Name, Answer)                                         \
+    int Name(QzSysError::Severity, QzComponent *, int, void *, LtWChar const *) \
+    {                                                                           \
+        g_calls.push_back(#Name);                                               \
+        return Answer;                                                          \
     }
 RECORDING_HANDLER(ById, 0)
 RECORDING_HANDLER(BySeverity, g_answer_of_severity_slot)
@@ -80,15 +81,24 @@ TEST_F(QzSysErrorTest, LadderOrderAndLevels)
         std::vector<std::string> calls;
     };
     Row const rows[] = {
-        {"error_all_rungs", QzSysError::eERROR, 7, 0,
+        {"error_all_rungs",
+         QzSysError::eERROR,
+         7,
+         0,
          {"ById", "BySeverity", "ComponentAny", "TableSeverity", "Global"}},
-        {"level_3_stops_before_tables", QzSysError::eWARNING, 7, 3,
+        {"level_3_stops_before_tables",
+         QzSysError::eWARNING,
+         7,
+         3,
          {"ById", "BySeverity", "ComponentAny"}},
         {"level_5_by_id_only", QzSysError::eDEBUG, 7, 5, {"ById"}},
         {"level_4_adds_severity_slot", QzSysError::eDEBUG, 7, 4, {"ById", "BySeverity"}},
         {"level_6_no_rung", QzSysError::eWARNING, 7, 6, {}},
         {"info_stops_after_rung_4", QzSysError::eINFO, 7, 0, {"ById", "BySeverity"}},
-        {"no_id_offers_slot_once", QzSysError::eWARNING, -1, 0,
+        {"no_id_offers_slot_once",
+         QzSysError::eWARNING,
+         -1,
+         0,
          {"BySeverity", "ComponentAny", "TableSeverity", "Global"}},
     };
     for (Row const &row : rows) {

@@ -4,18 +4,19 @@
 
 #include "qzutil/memory/QzMemory.h"
 
-#include <gtest/gtest.h>
-
 #include <sys/resource.h>
 
 #include <cstring>
 #include <new>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "qzutil/frame/QzComponent.h"
 #include "qzutil/frame/QzSysError.h"
 #include "qzutil/memory/QzDeletable.h"
 #include "qzutil/memory/QzSysMemory.h"
+
 #include "support/QzTestSupport.h"
 
 namespace {
@@ -82,9 +83,16 @@ TEST_F(QzMemoryTest, ExpandRoundsToTheBestBlock)
 
 TEST_F(QzMemoryTest, BestBlockSizes)
 {
-    unsigned const rows[][2] = {{0, 4},       {1, 4},       {4, 4},          {5, 8},
-                                {9, 16},      {512, 512},   {513, 1024},     {65537, 131072},
-                                {0x7FF00000, 0x80000000u},  {0x80000001u, 0x80000001u}};
+    unsigned const rows[][2] = {{0, 4},
+                                {1, 4},
+                                {4, 4},
+                                {5, 8},
+                                {9, 16},
+                                {512, 512},
+                                {513, 1024},
+                                {65537, 131072},
+                                {0x7FF00000, 0x80000000u},
+                                {0x80000001u, 0x80000001u}};
     for (auto const &row : rows)
         EXPECT_EQ(QzMemory::GetBestBlockSize(row[0]), row[1]) << row[0];
 }
@@ -156,9 +164,8 @@ TEST(QzMemoryDeathTest, BadSizeIsFatalEvenWhenTaken)
             QzMemory::Initialise();
             QzSysError::SetHandler(QzPostRecorder::Handler, QzSysError::eANY,
                                    static_cast<QzComponent *>(nullptr), -1);
-            QzSysError::SetDebugBreakCB([] {
-                std::fputs(ToUtf8(QzPostRecorder::Posts().back().message).c_str(), stderr);
-            });
+            QzSysError::SetDebugBreakCB(
+                [] { std::fputs(ToUtf8(QzPostRecorder::Posts().back().message).c_str(), stderr); });
             QzMemory::Alloc(0xFFFFFFFFu, 1);
         },
         testing::KilledBySignal(SIGABRT), "QzMemory: Bad size -1\n");

@@ -1,8 +1,9 @@
 // QzDemoCommand.cpp: "qz demo": a tour of the frame for a new user.
 
+#include "QzCommands.h"
+
 #include <cstdio>
 
-#include "QzCommands.h"
 #include "qzutil/frame/QzComponent.h"
 #include "qzutil/frame/QzError.h"
 #include "qzutil/frame/QzSysError.h"
@@ -43,8 +44,9 @@ static void ShowText()
 
     // "Grüße 😀": 7 code points, 8 UTF-16 units (the emoji is a surrogate pair).
     QzWideStringBuffer decoded;
-    int const good =
-        QzString::UTF8ToWideString("Gr\xC3\xBC\xC3\x9F" "e \xF0\x9F\x98\x80", &decoded);
+    int const good = QzString::UTF8ToWideString("Gr\xC3\xBC\xC3\x9F"
+                                                "e \xF0\x9F\x98\x80",
+                                                &decoded);
     std::printf("  UTF-8 to UTF-16: %d units, valid %d: ", decoded.GetLength(), good);
     PrintWide("", decoded.GetString());
 
@@ -60,8 +62,7 @@ static void ShowText()
 static QzComponent g_demo_component;
 
 // Takes the demo's eERROR posts: the process survives them.
-static int DemoHandler(QzSysError::Severity, QzComponent *, int id, void *,
-                       LtWChar const *message)
+static int DemoHandler(QzSysError::Severity, QzComponent *, int id, void *, LtWChar const *message)
 {
     QzStringBuffer utf8;
     QzWideString::ExtractUTF8String(message, &utf8);
@@ -74,12 +75,12 @@ static void ShowErrors()
     std::printf("\nErrors:\n");
     {
         QzErrorOverride take_errors(DemoHandler, QzSysError::eERROR, &g_demo_component, -1);
-        QzError::Post(QzSysError::eERROR, &g_demo_component, 7, nullptr, "demo error %d of %s",
-                      1, "2");
+        QzError::Post(QzSysError::eERROR, &g_demo_component, 7, nullptr, "demo error %d of %s", 1,
+                      "2");
     }
     // No handler for warnings: it goes to the log only, and the call returns.
-    QzError::Post(QzSysError::eWARNING, &g_demo_component) << "demo warning " << 2
-                                                           << ": only logged";
+    QzError::Post(QzSysError::eWARNING, &g_demo_component)
+        << "demo warning " << 2 << ": only logged";
     std::printf("  a warning without a handler was logged and returned\n");
 }
 

@@ -1,8 +1,8 @@
 // QzVersionCommand.cpp: "qz version".
 
-#include <cstdio>
-
 #include "QzCommands.h"
+
+#include <cstdio>
 
 int RunVersionCommand(int argc, char **)
 {

@@ -1,10 +1,10 @@
 // main.cpp: the qz command-line tool: dispatches to one command, and gives
 // help on the tool and on every command.
 
+#include "QzCommands.h"
+
 #include <cstdio>
 #include <cstring>
-
-#include "QzCommands.h"
 
 static QzCommand const kCommands[] = {
     {"version", "print the version of qz and of the library",

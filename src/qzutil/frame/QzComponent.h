@@ -62,4 +62,3 @@ private:
     QzSysError::Handler m_severity_handlers[kSeveritySlots];
     IdHandler *m_id_handlers;
 };
-

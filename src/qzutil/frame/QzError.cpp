@@ -26,7 +26,6 @@ static QzSysLock g_error_lock;
 static QzStringBuffer *g_narrow;
 static QzWideStringBuffer *g_wide;
 
-
 // The log's word: none for eINFO, and "UKNOWN", its long-standing spelling,
 // for values outside the list (FormatError spells it right).
 static char const *SeverityLogWord(QzSysError::Severity severity)
@@ -43,9 +42,8 @@ static void LogPostLine(QzSysError::Severity severity, QzComponent *component, i
                         LtWChar const *message)
 {
     char const *word = SeverityLogWord(severity);
-    char const *name = component != nullptr && component->GetName() != nullptr
-                           ? component->GetName()
-                           : "";
+    char const *name =
+        component != nullptr && component->GetName() != nullptr ? component->GetName() : "";
     QzSysAutoLock lock(&g_error_lock);
     if (id == -1 && data == nullptr) {
         if (word != nullptr)
@@ -126,8 +124,7 @@ static void PostWideV(QzSysError::Severity severity, QzComponent *component, int
                           g_wide->GetString());
 }
 
-void QzError::Post(QzSysError::Severity severity, QzComponent *component, char const *format,
-                   ...)
+void QzError::Post(QzSysError::Severity severity, QzComponent *component, char const *format, ...)
 {
     va_list args;
     va_start(args, format);

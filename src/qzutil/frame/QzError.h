@@ -72,8 +72,8 @@ public:
     // Printf-style posts; without id and data they post id -1 and null.
     static void Post(QzSysError::Severity severity, QzComponent *component, char const *format,
                      ...);
-    static void Post(QzSysError::Severity severity, QzComponent *component,
-                     LtWChar const *format, ...);
+    static void Post(QzSysError::Severity severity, QzComponent *component, LtWChar const *format,
+                     ...);
     static void Post(QzSysError::Severity severity, QzComponent *component, int id, void *data,
                      char const *format, ...);
     static void Post(QzSysError::Severity severity, QzComponent *component, int id, void *data,

@@ -25,28 +25,25 @@ static char const *SeverityDisplayWord(QzSysError::Severity severity)
 }
 
 static int FormatErrorImpl(QzSysError::Severity severity, QzComponent *component, int id,
-                           void *data, LtWChar const *message, QzWideStringBuffer *out,
-                           bool filter)
+                           void *data, LtWChar const *message, QzWideStringBuffer *out, bool filter)
 {
     int const fatal = severity == QzSysError::eWARNING || severity == QzSysError::eDEBUG ? 0 : 1;
     QzWideStringBuffer shown(message);
-    if (filter &&
-        (severity == QzSysError::ePRECONDITION || severity == QzSysError::eASSERT)) {
+    if (filter && (severity == QzSysError::ePRECONDITION || severity == QzSysError::eASSERT)) {
         // Source positions (" at file:line") mean nothing to a user.
         LtWChar const *at = QzWideString::Find(shown.GetString(), u" at ");
         if (at != nullptr && at > shown.GetString())
             shown.ExtractSubString(0, static_cast<int>(at - shown.GetString()), &shown);
     }
-    char const *name = component != nullptr && component->GetName() != nullptr
-                           ? component->GetName()
-                           : "";
+    char const *name =
+        component != nullptr && component->GetName() != nullptr ? component->GetName() : "";
     out->Format(u"Handle Severity(%hs) component(%hs) id(%d), data(%p), msg(%ls)",
                 SeverityDisplayWord(severity), name, id, data, shown.GetString());
     return fatal;
 }
 
-int QzError::FormatError(QzSysError::Severity severity, QzComponent *component, int id,
-                         void *data, LtWChar const *message, QzWideStringBuffer *out)
+int QzError::FormatError(QzSysError::Severity severity, QzComponent *component, int id, void *data,
+                         LtWChar const *message, QzWideStringBuffer *out)
 {
     return FormatErrorImpl(severity, component, id, data, message, out, false);
 }
@@ -87,8 +84,8 @@ int QzError::PrintAndFilterErrorHandler(QzSysError::Severity severity, QzCompone
     return 1;
 }
 
-int QzError::PrintAndExitErrorHandler(QzSysError::Severity severity, QzComponent *component,
-                                      int id, void *data, LtWChar const *message)
+int QzError::PrintAndExitErrorHandler(QzSysError::Severity severity, QzComponent *component, int id,
+                                      void *data, LtWChar const *message)
 {
     if (PrintPost(severity, component, id, data, message, false))
         QzSysError::ForceExit(1);
@@ -281,8 +278,7 @@ QzErrorOverride::QzErrorOverride(QzSysError::Handler handler, QzSysError::Severi
 QzErrorOverride::QzErrorOverride(QzSysError::Handler handler, QzSysError::Severity severity,
                                  char const *component_name, int id)
     : QzErrorOverride(handler, severity, QzSysError::FindComponent(component_name), id)
-{
-}
+{}
 
 QzErrorOverride::~QzErrorOverride()
 {

@@ -8,17 +8,15 @@
 #include "qzutil/text/QzStringBuffer.h"
 #include "qzutil/text/QzWideString.h"
 
-QzErrorPostStream::QzErrorPostStream(QzSysError::Severity severity, QzComponent *component,
-                                     int id, void *data)
+QzErrorPostStream::QzErrorPostStream(QzSysError::Severity severity, QzComponent *component, int id,
+                                     void *data)
     : m_severity(severity), m_component(component), m_id(id), m_data(data)
-{
-}
+{}
 
 QzErrorPostStream::QzErrorPostStream(QzErrorPostStream const &other)
     : m_severity(other.m_severity), m_component(other.m_component), m_id(other.m_id),
       m_data(other.m_data), m_scratch(other.m_scratch), m_message(other.m_message)
-{
-}
+{}
 
 QzErrorPostStream &QzErrorPostStream::operator=(QzErrorPostStream const &other)
 {
@@ -77,12 +75,12 @@ QzErrorPostStream &QzErrorPostStream::operator<<(bool value)
 }
 
 // Numbers go through the scratch buffer with the format of their type.
-#define QZ_POST_STREAM_NUMBER(Type, Pattern, Cast)                   \
-    QzErrorPostStream &QzErrorPostStream::operator<<(Type value)     \
-    {                                                                \
-        m_scratch.Format(Pattern, static_cast<Cast>(value));         \
-        m_message.Append(m_scratch);                                 \
-        return *this;                                                \
+#define QZ_POST_STREAM_NUMBER(Type, Pattern, Cast)               \
+    QzErrorPostStream &QzErrorPostStream::operator<<(Type value) \
+    {                                                            \
+        m_scratch.Format(Pattern, static_cast<Cast>(value));     \
+        m_message.Append(m_scratch);                             \
+        return *this;                                            \
     }
 QZ_POST_STREAM_NUMBER(signed char, u"%d", int)
 QZ_POST_STREAM_NUMBER(unsigned char, u"%u", unsigned)

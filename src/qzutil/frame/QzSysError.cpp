@@ -143,7 +143,8 @@ void QzSysError::SetHandler(Handler handler, Severity severity, QzComponent *com
     }
     if (component == nullptr || id == -1)
         return;  // a severity outside the tables has no slot
-    auto *record = static_cast<QzComponent::IdHandler *>(std::malloc(sizeof(QzComponent::IdHandler)));
+    auto *record =
+        static_cast<QzComponent::IdHandler *>(std::malloc(sizeof(QzComponent::IdHandler)));
     if (record == nullptr) {
         LogUTF8String("QzSysError::SetHandler: out of memory for a handler record\n");
         return;
@@ -154,8 +155,7 @@ void QzSysError::SetHandler(Handler handler, Severity severity, QzComponent *com
     component->m_id_handlers = record;
 }
 
-void QzSysError::SetHandler(Handler handler, Severity severity, char const *component_name,
-                            int id)
+void QzSysError::SetHandler(Handler handler, Severity severity, char const *component_name, int id)
 {
     QzComponent *component = FindComponent(component_name);
     if (component != nullptr)
@@ -276,8 +276,8 @@ private:
 
 }  // namespace
 
-void QzSysError::PostFixed(Severity severity, QzComponent *component, int id, void *data,
-                           int level, LtWChar const *message)
+void QzSysError::PostFixed(Severity severity, QzComponent *component, int id, void *data, int level,
+                           LtWChar const *message)
 {
     if (g_frame.log_post != nullptr)
         g_frame.log_post(severity, component, id, data, message);
@@ -287,11 +287,11 @@ void QzSysError::PostFixed(Severity severity, QzComponent *component, int id, vo
     OfferedSlots offered;
     void *prev = nullptr;
     bool const has_component = component != nullptr;
-    if (level <= 5 && offered.Offer(FindHandler(severity, component, id, prev), severity,
-                                    component, id, data, message))
+    if (level <= 5 && offered.Offer(FindHandler(severity, component, id, prev), severity, component,
+                                    id, data, message))
         return;
-    if (level <= 4 && offered.Offer(FindHandler(severity, component, -1, prev), severity,
-                                    component, id, data, message))
+    if (level <= 4 && offered.Offer(FindHandler(severity, component, -1, prev), severity, component,
+                                    id, data, message))
         return;
     if (severity == eINFO)
         return;  // information never reaches the catch-all rungs
@@ -299,11 +299,11 @@ void QzSysError::PostFixed(Severity severity, QzComponent *component, int id, vo
                                                   : &g_frame.global_handler,
                                     severity, component, id, data, message))
         return;
-    if (level <= 2 && offered.Offer(FindHandler(severity, nullptr, -1, prev), severity,
-                                    component, id, data, message))
+    if (level <= 2 && offered.Offer(FindHandler(severity, nullptr, -1, prev), severity, component,
+                                    id, data, message))
         return;
-    if (level <= 1 && offered.Offer(&g_frame.global_handler, severity, component, id, data,
-                                    message))
+    if (level <= 1 &&
+        offered.Offer(&g_frame.global_handler, severity, component, id, data, message))
         return;
 
     if (severity == eWARNING || severity == eDEBUG || severity == eINFO)
@@ -318,8 +318,7 @@ void QzSysError::PostWideString(Severity severity, QzComponent *component, int i
     PostFixed(severity, component, id, data, 0, message);
 }
 
-void QzSysError::PostWideString(Severity severity, QzComponent *component,
-                                LtWChar const *message)
+void QzSysError::PostWideString(Severity severity, QzComponent *component, LtWChar const *message)
 {
     PostFixed(severity, component, -1, nullptr, 0, message);
 }

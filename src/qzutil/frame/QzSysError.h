@@ -40,8 +40,8 @@ public:
                                   LtWChar const *message, void *user_data);
 
     // Writes the log line of a post; QzError installs its formatter here.
-    using LogPostCallback = void (*)(Severity severity, QzComponent *component, int id,
-                                     void *data, LtWChar const *message);
+    using LogPostCallback = void (*)(Severity severity, QzComponent *component, int id, void *data,
+                                     LtWChar const *message);
 
     using LogOutput = void (*)(char const *text, void *data);
     using VoidCallback = void (*)();
@@ -64,8 +64,7 @@ public:
     // any severity, a null component for any component, id -1 for any id.
     // With a component and an id other than -1 the severity is ignored.
     static void SetHandler(Handler handler, Severity severity, QzComponent *component, int id);
-    static void SetHandler(Handler handler, Severity severity, char const *component_name,
-                           int id);
+    static void SetHandler(Handler handler, Severity severity, char const *component_name, int id);
     static Handler GetHandler(Severity severity, QzComponent *component, int id);
     // The address of the slot of that key, or null when a by-id key has no
     // record. *prev is the record ahead of the slot for by-id keys, else null;
@@ -80,12 +79,11 @@ public:
     // Logs the message and offers it to the handlers, most specific first;
     // rungs above `level` are skipped. Unless a handler takes it, eERROR,
     // ePRECONDITION, eASSERT and unknown severities run the fatal tail.
-    static void PostFixed(Severity severity, QzComponent *component, int id, void *data,
-                          int level, LtWChar const *message);
+    static void PostFixed(Severity severity, QzComponent *component, int id, void *data, int level,
+                          LtWChar const *message);
     static void PostWideString(Severity severity, QzComponent *component, int id, void *data,
                                LtWChar const *message);
-    static void PostWideString(Severity severity, QzComponent *component,
-                               LtWChar const *message);
+    static void PostWideString(Severity severity, QzComponent *component, LtWChar const *message);
     static void SetLogPostWideStringCB(LogPostCallback callback);
 
     // The log: two static regions of 524,288 bytes, the first keeping the

@@ -13,10 +13,10 @@ namespace {
 // Zero at load. Guarded by the log lock once it exists.
 struct LogState {
     char regions[2][QzSysError::kLogRegionSize];
-    int current;             // 0 until the first region is full, then 1
-    unsigned position;       // next byte to write in the current region
-    unsigned first_end;      // where writing left the first region; 0 until then
-    unsigned wrap_end;       // where the second region last wrapped; 0 until it has
+    int current;         // 0 until the first region is full, then 1
+    unsigned position;   // next byte to write in the current region
+    unsigned first_end;  // where writing left the first region; 0 until then
+    unsigned wrap_end;   // where the second region last wrapped; 0 until it has
 };
 
 }  // namespace

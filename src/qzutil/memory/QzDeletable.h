@@ -21,6 +21,7 @@ inline unsigned QzClampAllocationSize(std::size_t size)
 // destructor) and QzMemory gets back exactly what it handed out. A new that
 // finds no memory, after the new-handler gave up, throws std::bad_alloc: a
 // new-expression must not construct into null.
+// clang-format off
 #define QZ_DECLARE_ALLOCATORS()                                                     \
     static void *operator new(std::size_t size)                                     \
     {                                                                               \
@@ -35,6 +36,7 @@ inline unsigned QzClampAllocationSize(std::size_t size)
     }                                                                               \
     static void *operator new(std::size_t, void *place) noexcept { return place; } \
     static void operator delete(void *, void *) noexcept {}
+// clang-format on
 
 // Base of objects owned by pointer and deleted through it.
 //

@@ -26,7 +26,7 @@ static constexpr int kMessageLimit = 512;
 static QzComponent g_memory_component;
 static bool g_built;  // set by the first Initialise, kept while bytes are held
 static int g_force_malloc = 1;
-static std::atomic<LtNat64> g_malloc_bytes;            // true sizes of live heap blocks
+static std::atomic<LtNat64> g_malloc_bytes;  // true sizes of live heap blocks
 static std::atomic<QzMemory::NewHandler> g_new_handler;
 
 // Posts one of the allocator's own messages against its component.
@@ -140,7 +140,8 @@ static unsigned RoundToAlignment(unsigned size, QzMemory::Alignment alignment)
 
 void *QzMemory::Expand(void *block, unsigned *size, unsigned new_size, Alignment alignment)
 {
-    unsigned const best = new_size == 0 ? 0 : RoundToAlignment(GetBestBlockSize(new_size), alignment);
+    unsigned const best =
+        new_size == 0 ? 0 : RoundToAlignment(GetBestBlockSize(new_size), alignment);
     void *result = Resize(block, *size, best, alignment);
     if (result != nullptr || best == 0)
         *size = best;

@@ -22,8 +22,8 @@ struct QzFrameState {
     QzComponent *first;      // the list of initialised components
     QzComponent *last;
 
-    QzSysError::Handler global_handler;       // any severity, no component
-    QzSysError::Handler severity_handlers[6]; // severity 0 to 5, no component
+    QzSysError::Handler global_handler;        // any severity, no component
+    QzSysError::Handler severity_handlers[6];  // severity 0 to 5, no component
     QzSysError::GlobalHandler user_global_handler;
     void *user_global_data;
     QzSysError::LogPostCallback log_post;
