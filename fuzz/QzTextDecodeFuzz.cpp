@@ -189,6 +189,9 @@ static std::string CheckUtf8RoundTrip(std::u16string const &units, bool combine)
     return BytesOf(utf8.GetString());
 }
 
+// Decodes the whole text: the result agrees with IsValidUTF8 and with the
+// independent reading, every fault leaves a U+FFFD, and the output survives
+// the round trips. Returns the decoded units.
 static std::u16string CheckUtf8Decoding(std::string const &text, Utf8Reading const &reading)
 {
     QzWideStringBuffer wide;
@@ -202,8 +205,7 @@ static std::u16string CheckUtf8Decoding(std::string const &text, Utf8Reading con
     if (is_good)
         QZ_FUZZ_CHECK(units == reading.units, "well-formed UTF-8 decodes to its characters");
     else
-        QZ_FUZZ_CHECK(units.find(u'\uFFFD') != std::u16string::npos,
-                      "each fault shows as U+FFFD");
+        QZ_FUZZ_CHECK(units.find(u'\uFFFD') != std::u16string::npos, "each fault shows as U+FFFD");
 
     QzWideStringBuffer whole;
     QZ_FUZZ_CHECK(QzString::UTF8ToWideString(text.c_str(), -1, &whole) == is_good &&
@@ -211,7 +213,8 @@ static std::u16string CheckUtf8Decoding(std::string const &text, Utf8Reading con
                   "length -1 is the whole text");
 
     std::string combined = CheckUtf8RoundTrip(units, /*combine=*/true);
-    (void)CheckUtf8RoundTrip(units, /*combine=*/false);  // the bytes differ; the reading may not
+    // Uncombined, a pair becomes other bytes; only their reading back counts.
+    (void)CheckUtf8RoundTrip(units, /*combine=*/false);
     if (is_good && !reading.has_surrogate)
         QZ_FUZZ_CHECK(combined == text, "well-formed text re-encodes to its own bytes");
     return units;
@@ -439,10 +442,10 @@ static void CheckWideTrims(std::u16string const &units)
     QzWideStringBuffer left(units.c_str());
     left.TrimLeft();
     std::u16string const left_units = UnitsOf(left.GetString());
-    QZ_FUZZ_CHECK(left_units.size() <= units.size() &&
-                      units.compare(units.size() - left_units.size(), left_units.size(),
-                                    left_units) == 0,
-                  "the wide left trim leaves an end of the text");
+    QZ_FUZZ_CHECK(
+        left_units.size() <= units.size() &&
+            units.compare(units.size() - left_units.size(), left_units.size(), left_units) == 0,
+        "the wide left trim leaves an end of the text");
     QZ_FUZZ_CHECK(left_units.empty() || !is_ascii_blank(left_units.front()),
                   "the wide left trim leaves no blank in front");
 
@@ -497,8 +500,11 @@ static void CheckText(std::string const &text, std::uint8_t cut_choice)
     std::u16string const decoded = CheckUtf8Decoding(text, reading);
 
     int const length = static_cast<int>(text.size());
-    int const cut_lengths[] = {0, 1, 2, 3, length / 2, length - 3, length - 2, length - 1,
-                               length, length + 1, length > 0 ? cut_choice % (length + 1) : 0};
+    // Cuts at both ends, where sequences break, in the middle, past the end,
+    // and one the input picks.
+    int const picked = length > 0 ? cut_choice % (length + 1) : 0;
+    int const cut_lengths[] = {0,          1,          2,      3,          length / 2, length - 3,
+                               length - 2, length - 1, length, length + 1, picked};
     for (int cut : cut_lengths) {
         if (cut >= 0)
             CheckUtf8DecodingCutAt(text, cut);

@@ -84,6 +84,19 @@ TEST_F(QzErrorTest, LogLineLayout)
     EXPECT_EQ(ReplayLog(), "eWARNING: , \"wide \xC3\xA9\"\n") << "null component, UTF-8 message";
 }
 
+// A message longer than the log takes in one text goes there in pieces,
+// whole, and posts nothing more (no "Too long to log" from inside the post).
+TEST_F(QzErrorTest, LongMessageIsLoggedInPieces)
+{
+    std::u16string const message(300000, u'\u00E9');  // 600,000 bytes of UTF-8
+    QzError::Post(QzSysError::eWARNING, &g_unit, u"%ls", message.c_str());
+    EXPECT_EQ(QzPostRecorder::Posts().size(), 1u);
+    std::string utf8;
+    for (std::size_t i = 0; i < message.size(); ++i)
+        utf8 += "\xC3\xA9";
+    EXPECT_EQ(ReplayLog(), "eWARNING: Unit, \"" + utf8 + "\"\n");
+}
+
 // A stream post reads narrow text as UTF-8; a printf-style post reads it as
 // the platform's multi-byte text, which refuses what is not valid there.
 TEST_F(QzErrorTest, NarrowEncodingsOfTheTwoPostForms)

@@ -8,21 +8,25 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <ostream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 extern "C" int QzTextDecodeFuzzOneInput(std::uint8_t const *data, std::size_t size);
 
-namespace {
-
 struct FuzzTarget {
     char const *name;  // also the folder of its seeds under the corpus directory
     int (*run)(std::uint8_t const *data, std::size_t size);
 };
 
-}  // namespace
+// The name alone in test names and messages, not the bytes of the record.
+static void PrintTo(FuzzTarget const &target, std::ostream *out)
+{
+    *out << target.name;
+}
 
 const FuzzTarget kFuzzTargets[] = {
     {"QzTextDecodeFuzz", &QzTextDecodeFuzzOneInput},
@@ -32,7 +36,7 @@ const FuzzTarget kFuzzTargets[] = {
 static std::vector<std::filesystem::path> SeedFiles(char const *target_name)
 {
     std::vector<std::filesystem::path> files;
-    std::error_code error;
+    std::error_code error;  // a missing folder yields no files, which the test reports
     std::filesystem::path folder = std::filesystem::path(QZ_FUZZ_CORPUS_DIR) / target_name;
     for (auto const &entry : std::filesystem::directory_iterator(folder, error)) {
         if (entry.is_regular_file())

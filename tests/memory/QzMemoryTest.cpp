@@ -171,7 +171,7 @@ TEST(QzMemoryDeathTest, BadSizeIsFatalEvenWhenTaken)
         testing::KilledBySignal(SIGABRT), "QzMemory: Bad size -1\n");
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef QZ_SANITIZED_BUILD
 // Under an address-space limit a large request fails: the new-handler is
 // asked with the size, and its "no" gives null; a Try form never asks it.
 // (Sanitizer runtimes reserve more address space than the limit allows.)

@@ -26,6 +26,37 @@ static QzSysLock g_error_lock;
 static QzStringBuffer *g_narrow;
 static QzWideStringBuffer *g_wide;
 
+// Texts longer than this go to the log in pieces. A single text at the log's
+// own limit would be posted as "Too long to log", and that post would come
+// back here for its log line while the error lock is held.
+static constexpr int kLogPieceBytes = 64 * 1024;
+
+// Logs the shared narrow buffer's UTF-8 text, in pieces that end on whole
+// characters. Called with the error lock held.
+static void LogNarrowBufferLocked()
+{
+    char *text = g_narrow->BeginEditBuffer();
+    int remaining = g_narrow->GetLength();
+    if (text == nullptr) {
+        QzSysError::LogUTF8String(nullptr);
+        return;
+    }
+    while (remaining > kLogPieceBytes) {
+        int cut = kLogPieceBytes;
+        while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80)
+            --cut;  // never split a multi-byte character
+        if (cut == 0)
+            cut = kLogPieceBytes;  // not UTF-8 at all: any cut will do
+        char const kept = text[cut];
+        text[cut] = '\0';
+        QzSysError::LogUTF8String(text);
+        text[cut] = kept;
+        text += cut;
+        remaining -= cut;
+    }
+    QzSysError::LogUTF8String(text);
+}
+
 // The log's word: none for eINFO, and "UKNOWN", its long-standing spelling,
 // for values outside the list (FormatError spells it right).
 static char const *SeverityLogWord(QzSysError::Severity severity)
@@ -57,9 +88,9 @@ static void LogPostLine(QzSysError::Severity severity, QzComponent *component, i
         g_narrow->Format("%s id(%d), data(%llx), \"", name, id,
                          static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(data)));
     }
-    QzSysError::LogUTF8String(g_narrow->GetString());
+    LogNarrowBufferLocked();
     QzWideString::ExtractUTF8String(message, g_narrow);
-    QzSysError::LogUTF8String(g_narrow->GetString());
+    LogNarrowBufferLocked();
     QzSysError::LogUTF8String("\"\n");
 }
 
@@ -182,7 +213,7 @@ static void LogV(char const *format, va_list args)
 {
     QzSysAutoLock lock(&g_error_lock);
     QzFormatGrowing(g_narrow, format, args);
-    QzSysError::LogUTF8String(g_narrow->GetString());
+    LogNarrowBufferLocked();
 }
 
 static void LogV(LtWChar const *format, va_list args)
@@ -190,7 +221,7 @@ static void LogV(LtWChar const *format, va_list args)
     QzSysAutoLock lock(&g_error_lock);
     QzFormatGrowing(g_wide, format, args);
     QzWideString::ExtractUTF8String(g_wide->GetString(), g_narrow);
-    QzSysError::LogUTF8String(g_narrow->GetString());
+    LogNarrowBufferLocked();
 }
 
 void QzError::Log(char const *format, ...)
@@ -213,7 +244,7 @@ void QzError::LogWideString(LtWChar const *text)
 {
     QzSysAutoLock lock(&g_error_lock);
     QzWideString::ExtractUTF8String(text, g_narrow);
-    QzSysError::LogUTF8String(g_narrow->GetString());
+    LogNarrowBufferLocked();
 }
 
 void QzError::LogInt32(LtInt32 value)

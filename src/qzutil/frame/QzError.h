@@ -32,7 +32,7 @@ class QzWideString;
 class QZUTIL_API QzError {
 public:
     // The numbers are the documented encoding of the application's box.
-    enum MessageBoxButtons {
+    enum MessageBoxButtons : int {
         eMB_ABORT_RETRY_IGNORE = 0,  // 1 means the same
         eMB_OK = 2,
         eMB_OK_CANCEL = 3,
@@ -40,14 +40,14 @@ public:
         eMB_YES_NO = 5,
         eMB_YES_NO_CANCEL = 6,
     };
-    enum MessageBoxIcon {
+    enum MessageBoxIcon : int {
         eMB_ICON_NONE = 0,
         eMB_ICON_INFORMATION = 1,
         eMB_ICON_QUESTION = 2,
         eMB_ICON_WARNING = 3,
         eMB_ICON_ERROR = 4,
     };
-    enum MessageBoxResult {
+    enum MessageBoxResult : int {
         eMB_RESULT_NO_BOX = 0,  // no box function is set
         eMB_RESULT_OTHER = 1,
         eMB_RESULT_ABORT = 2,
