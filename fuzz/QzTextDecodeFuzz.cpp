@@ -533,11 +533,11 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
     std::string bytes;
     if (size > 0)
         bytes.assign(reinterpret_cast<char const *>(data), size);
-    LtNat64 const allocated_before = QzMemory::GetMallocMemoryAllocated();
+    LtNat64 const allocated_before = QzMemory::GetDirectMemoryAllocated();
     // The text as a C caller passes it: up to the first nul. The last byte
     // also picks one more length to cut at.
     CheckText(std::string(bytes.c_str()), size > 0 ? data[size - 1] : 0);
-    QZ_FUZZ_CHECK(QzMemory::GetMallocMemoryAllocated() == allocated_before,
+    QZ_FUZZ_CHECK(QzMemory::GetDirectMemoryAllocated() == allocated_before,
                   "every block went back to QzMemory");
     return 0;
 }

@@ -215,165 +215,156 @@ TEST(QzSysStringTest, CutNumberIsGlibcPrefix)
     EXPECT_EQ(ToU16(wide), Widen(std::string(expected, 100)));
 }
 
-// One row of the string and character rules: the call, and what it must
-// give under both assumable locales, whose code pages are UTF-8.
-struct NarrowRow {
-    char const *name;
-    std::string expected;
-    int (*format)(char *buffer, std::size_t count);
+// The text as UTF-8 for failure messages.
+static std::string Printable(std::string const &text)
+{
+    return text;
+}
+
+static std::string Printable(std::u16string const &text)
+{
+    return ToUtf8(text);
+}
+
+// Formats in the width of `format` into a buffer filled with '#', and checks
+// the result, the text, and the terminator right after it.
+template <typename Unit, typename... Args>
+testing::AssertionResult Gives(std::basic_string<Unit> const &expected, Unit const *format,
+                               Args... args)
+{
+    constexpr std::size_t kUnits = 64;
+    Unit buffer[kUnits];
+    std::fill(buffer, buffer + kUnits, Unit('#'));
+    int length = 0;
+    if constexpr (sizeof(Unit) == 1)
+        length = QzSysString::Sprintf(buffer, kUnits, format, args...);
+    else
+        length = QzSysString::WideSprintf(buffer, kUnits, format, args...);
+    std::basic_string<Unit> text(buffer, length < 0 ? 0 : static_cast<std::size_t>(length));
+    if (length == static_cast<int>(expected.size()) && text == expected && buffer[length] == 0)
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure()
+           << "format \"" << Printable(format) << "\" gave " << length << " \"" << Printable(text)
+           << "\", not \"" << Printable(expected) << "\"";
+}
+
+// The one argument of a row of the string and character rules.
+struct Arg {
+    Arg(char const *text) : bytes(text) {}
+    Arg(LtWChar const *text) : kind(kUnits), units(text) {}
+    Arg(int character) : kind(kNumber), number(character) {}
+
+    enum Kind {
+        kBytes,
+        kUnits,
+        kNumber
+    } kind = kBytes;
+    char const *bytes = nullptr;
+    LtWChar const *units = nullptr;
+    int number = 0;
 };
 
-struct WideRow {
+template <typename Unit>
+testing::AssertionResult GivesFor(std::basic_string<Unit> const &expected, Unit const *format,
+                                  Arg const &arg)
+{
+    switch (arg.kind) {
+    case Arg::kBytes:
+        return Gives(expected, format, arg.bytes);
+    case Arg::kUnits:
+        return Gives(expected, format, arg.units);
+    case Arg::kNumber:
+        break;
+    }
+    return Gives(expected, format, arg.number);
+}
+
+// A row of the string and character rules: the format, its one argument, and
+// what it must give under both assumable locales, whose code pages are UTF-8.
+template <typename Unit>
+struct WidthRow {
     char const *name;
-    std::u16string expected;
-    int (*format)(LtWChar *buffer, std::size_t count);
+    Unit const *format;
+    Arg arg;
+    std::basic_string<Unit> expected;
 };
 
-using S = QzSysString;
 LtWChar const *const kNullWide = nullptr;
 char const *const kNullNarrow = nullptr;
+char const kUnterminated[2] = {'x', 'y'};
 
-const NarrowRow kNarrowRows[] = {
-    {"s", "[abc]", [](char *b, std::size_t n) { return S::Sprintf(b, n, "[%s]", "abc"); }},
-    {"s_width", "  abc", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%5s", "abc"); }},
-    {"s_left", "abc  |", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%-5s|", "abc"); }},
-    {"s_precision", "ab", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.2s", "abc"); }},
-    {"s_zero_flag_pads_blanks", "  abc",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%05s", "abc"); }},
-    {"s_unterminated_precision", "xy",
-     [](char *b, std::size_t n) {
-         static char const unterminated[2] = {'x', 'y'};
-         return S::Sprintf(b, n, "%.2s", unterminated);
-     }},
-    {"hs", "abc", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%hs", "abc"); }},
-    {"S", "h\xC3\xA9", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%S", u"h\u00E9"); }},
-    {"ls", "\xE2\x82\xAC",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%ls", u"\u20AC"); }},
-    {"ws", "\xF0\x9F\x98\x80",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%ws", u"\U0001F600"); }},
-    {"S_width_counts_bytes", "  \xC3\xA9",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%4S", u"\u00E9"); }},
-    {"S_left", "\xC3\xA9  |",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%-4S|", u"\u00E9"); }},
-    {"S_precision_keeps_whole_sequence", "\xC3\xA9",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.3S", u"\u00E9\u00E9"); }},
-    {"S_precision_all", "\xC3\xA9\xC3\xA9",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.4S", u"\u00E9\u00E9"); }},
-    {"S_precision_before_pair", "a",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.4S", u"a\U0001F600"); }},
-    {"S_precision_pads", "   a|",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%4.3S|", u"a\u20AC"); }},
-    {"S_lone_high", "a?z",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%S", u"a\xD800z"); }},
-    {"S_lone_low", "?", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%S", u"\xDC00"); }},
-    {"S_reversed_pair", "??",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%S", u"\xDC00\xD800"); }},
-    {"s_null", "(null)",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%s", kNullNarrow); }},
-    {"s_null_precision", "(nu",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.3s", kNullNarrow); }},
-    {"S_null_width", "  (null)",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%8S", kNullWide); }},
-    {"s_precision_keeps_utf8_whole", "a",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.3s", "a\xE2\x82\xAC"); }},
-    {"s_precision_keeps_utf8_four", "a",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.4s", "a\xF0\x9F\x98\x80"); }},
-    {"s_precision_at_boundary", "a\xE2\x82\xAC",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%.4s", "a\xE2\x82\xAC!"); }},
-    {"s_precision_cut_padded", "    |",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%4.1s|", "\xC3\xA9"); }},
-    {"c", "x", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%c", 'x'); }},
-    {"c_width", "  x", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%3c", 'x'); }},
-    {"c_left_precision_ignored", "x  |",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%-3.0c|", 'x'); }},
-    {"c_nul", std::string("a\0b", 3),
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "a%cb", 0); }},
-    {"hc", "y", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%hc", 'y'); }},
-    {"C", "\xC3\xA9", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%C", u'\u00E9'); }},
-    {"lc", "\xE2\x82\xAC",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%lc", u'\u20AC'); }},
-    {"wc_width", "  \xC3\xA9",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%4wc", u'\u00E9'); }},
-    {"C_surrogate", "?", [](char *b, std::size_t n) { return S::Sprintf(b, n, "%C", 0xD800); }},
-    {"mixed", "abc=h\xC3\xA9;5",
-     [](char *b, std::size_t n) { return S::Sprintf(b, n, "%s=%S;%d", "abc", u"h\u00E9", 5); }},
+// ASCII rows of "%s" and "%c", which take the format's own width: run in both
+// widths, the text argument widened for the wide format.
+const WidthRow<char> kSameWidthRows[] = {
+    {"s", "[%s]", "abc", "[abc]"},
+    {"s_width", "%5s", "abc", "  abc"},
+    {"s_left", "%-5s|", "abc", "abc  |"},
+    {"s_precision", "%.2s", "abc", "ab"},
+    {"s_zero_flag_pads_blanks", "%05s", "abc", "  abc"},
+    {"s_null", "%s", kNullNarrow, "(null)"},
+    {"s_null_precision", "%.3s", kNullNarrow, "(nu"},
+    {"c", "%c", 'x', "x"},
+    {"c_width", "%3c", 'x', "  x"},
+    {"c_left_precision_ignored", "%-3.0c|", 'x', "x  |"},
+    {"c_nul", "a%cb", 0, std::string("a\0b", 3)},
 };
 
-const WideRow kWideRows[] = {
-    {"s", u"[abc]",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"[%s]", u"abc"); }},
-    {"s_width", u"  abc",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%5s", u"abc"); }},
-    {"s_left", u"abc  |",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%-5s|", u"abc"); }},
-    {"s_precision", u"ab",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%.2s", u"abc"); }},
-    {"ls", u"abc", [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%ls", u"abc"); }},
-    {"ws", u"abc", [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%ws", u"abc"); }},
-    {"S", u"h\u00E9",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%S", "h\xC3\xA9"); }},
-    {"hs", u"\U0001F600",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%hs", "\xF0\x9F\x98\x80"); }},
-    {"S_width_counts_units", u"   \u00E9",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%4S", "\xC3\xA9"); }},
-    {"S_left", u"\u00E9 |",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%-2S|", "\xC3\xA9"); }},
-    {"S_invalid_byte", u"a\uFFFDb",
-     [](LtWChar *b, std::size_t n) {
-         return S::WideSprintf(b, n, u"%S",
-                               "a\xFF"
-                               "b");
-     }},
-    {"S_cut_sequence_is_one_error", u"a\uFFFDb",
-     [](LtWChar *b, std::size_t n) {
-         return S::WideSprintf(b, n, u"%S",
-                               "a\xE2\x82"
-                               "b");
-     }},
-    {"S_overlong_bytes_each", u"\uFFFD\uFFFD",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%S", "\xC0\x80"); }},
-    {"S_encoded_surrogate", u"\uFFFD\uFFFD\uFFFD",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%S", "\xED\xA0\x80"); }},
-    {"S_precision_keeps_pair", u"a",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%.2S", "a\xF0\x9F\x98\x80"); }},
-    {"S_precision_takes_pair", u"a\U0001F600",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%.3S", "a\xF0\x9F\x98\x80"); }},
-    {"s_precision_keeps_pair", u"a",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%.2s", u"a\U0001F600"); }},
-    {"s_precision_cut_padded", u"   |",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%3.1s|", u"\U0001F600"); }},
-    {"s_precision_takes_pair", u"\U0001F600",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%.2ls", u"\U0001F600"); }},
-    {"s_null", u"(null)",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%s", kNullWide); }},
-    {"S_null_precision", u"(n",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%.2S", kNullNarrow); }},
-    {"c", u"\u00E9",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%c", u'\u00E9'); }},
-    {"lc", u"\u20AC",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%lc", u'\u20AC'); }},
-    {"C", u"x", [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%C", 'x'); }},
-    {"hc_width", u"  x",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%3hc", 'x'); }},
-    {"C_high_byte", u"\uFFFD",
-     [](LtWChar *b, std::size_t n) { return S::WideSprintf(b, n, u"%C", '\xE9'); }},
-    {"mixed", u"h\u00E9=abc;5",
-     [](LtWChar *b, std::size_t n) {
-         return S::WideSprintf(b, n, u"%S=%s;%d", "h\xC3\xA9", u"abc", 5);
-     }},
+const WidthRow<char> kNarrowRows[] = {
+    {"s_unterminated_precision", "%.2s", kUnterminated, "xy"},
+    {"hs", "%hs", "abc", "abc"},
+    {"S", "%S", u"h\u00E9", "h\xC3\xA9"},
+    {"ls", "%ls", u"\u20AC", "\xE2\x82\xAC"},
+    {"ws", "%ws", u"\U0001F600", "\xF0\x9F\x98\x80"},
+    {"S_width_counts_bytes", "%4S", u"\u00E9", "  \xC3\xA9"},
+    {"S_left", "%-4S|", u"\u00E9", "\xC3\xA9  |"},
+    {"S_precision_keeps_whole_sequence", "%.3S", u"\u00E9\u00E9", "\xC3\xA9"},
+    {"S_precision_all", "%.4S", u"\u00E9\u00E9", "\xC3\xA9\xC3\xA9"},
+    {"S_precision_before_pair", "%.4S", u"a\U0001F600", "a"},
+    {"S_precision_pads", "%4.3S|", u"a\u20AC", "   a|"},
+    {"S_lone_high", "%S", u"a\xD800z", "a?z"},
+    {"S_lone_low", "%S", u"\xDC00", "?"},
+    {"S_reversed_pair", "%S", u"\xDC00\xD800", "??"},
+    {"S_null_width", "%8S", kNullWide, "  (null)"},
+    {"s_precision_keeps_utf8_whole", "%.3s", "a\xE2\x82\xAC", "a"},
+    {"s_precision_keeps_utf8_four", "%.4s", "a\xF0\x9F\x98\x80", "a"},
+    {"s_precision_at_boundary", "%.4s", "a\xE2\x82\xAC!", "a\xE2\x82\xAC"},
+    {"s_precision_cut_padded", "%4.1s|", "\xC3\xA9", "    |"},
+    {"hc", "%hc", 'y', "y"},
+    {"C", "%C", u'\u00E9', "\xC3\xA9"},
+    {"lc", "%lc", u'\u20AC', "\xE2\x82\xAC"},
+    {"wc_width", "%4wc", u'\u00E9', "  \xC3\xA9"},
+    {"C_surrogate", "%C", 0xD800, "?"},
 };
 
-template <typename Unit, typename Row>
-void CheckRows(Row const *begin, Row const *end)
-{
-    for (Row const *row = begin; row != end; ++row) {
-        SCOPED_TRACE(row->name);
-        Unit buffer[64];
-        EXPECT_EQ(row->format(buffer, 64), static_cast<int>(row->expected.size()));
-        EXPECT_EQ(std::basic_string<Unit>(buffer, row->expected.size()), row->expected);
-        EXPECT_EQ(buffer[row->expected.size()], Unit(0));
-    }
-}
+const WidthRow<LtWChar> kWideRows[] = {
+    {"ls", u"%ls", u"abc", u"abc"},
+    {"ws", u"%ws", u"abc", u"abc"},
+    {"S", u"%S", "h\xC3\xA9", u"h\u00E9"},
+    {"hs", u"%hs", "\xF0\x9F\x98\x80", u"\U0001F600"},
+    {"S_width_counts_units", u"%4S", "\xC3\xA9", u"   \u00E9"},
+    {"S_left", u"%-2S|", "\xC3\xA9", u"\u00E9 |"},
+    {"S_invalid_byte", u"%S",
+     "a\xFF"
+     "b",
+     u"a\uFFFDb"},
+    {"S_cut_sequence_is_one_error", u"%S",
+     "a\xE2\x82"
+     "b",
+     u"a\uFFFDb"},
+    {"S_overlong_bytes_each", u"%S", "\xC0\x80", u"\uFFFD\uFFFD"},
+    {"S_encoded_surrogate", u"%S", "\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD"},
+    {"S_precision_keeps_pair", u"%.2S", "a\xF0\x9F\x98\x80", u"a"},
+    {"S_precision_takes_pair", u"%.3S", "a\xF0\x9F\x98\x80", u"a\U0001F600"},
+    {"s_precision_keeps_pair", u"%.2s", u"a\U0001F600", u"a"},
+    {"s_precision_cut_padded", u"%3.1s|", u"\U0001F600", u"   |"},
+    {"s_precision_takes_pair", u"%.2ls", u"\U0001F600", u"\U0001F600"},
+    {"S_null_precision", u"%.2S", kNullNarrow, u"(n"},
+    {"c", u"%c", u'\u00E9', u"\u00E9"},
+    {"lc", u"%lc", u'\u20AC', u"\u20AC"},
+    {"C", u"%C", 'x', u"x"},
+    {"hc_width", u"%3hc", 'x', u"  x"},
+    {"C_high_byte", u"%C", '\xE9', u"\uFFFD"},
+};
 
 class QzSysStringLocaleTest : public testing::TestWithParam<char const *> {};
 
@@ -383,67 +374,56 @@ TEST_P(QzSysStringLocaleTest, StringAndCharacterWidthRules)
     ScopedCtype ctype(GetParam());
     ASSERT_TRUE(ctype.IsSet());
     EXPECT_TRUE(QzSysString::IsMultiByteUTF8());
-    CheckRows<char>(std::begin(kNarrowRows), std::end(kNarrowRows));
-    CheckRows<LtWChar>(std::begin(kWideRows), std::end(kWideRows));
+    for (WidthRow<char> const &row : kSameWidthRows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_TRUE(GivesFor(row.expected, row.format, row.arg));
+        std::u16string wide_text = Widen(row.arg.bytes != nullptr ? row.arg.bytes : "");
+        Arg wide_arg = row.arg.kind != Arg::kBytes ? row.arg
+                       : row.arg.bytes != nullptr  ? Arg(wide_text.c_str())
+                                                   : Arg(kNullWide);
+        EXPECT_TRUE(GivesFor(Widen(row.expected), Widen(row.format).c_str(), wide_arg));
+    }
+    for (WidthRow<char> const &row : kNarrowRows)
+        EXPECT_TRUE(GivesFor(row.expected, row.format, row.arg)) << row.name;
+    for (WidthRow<LtWChar> const &row : kWideRows)
+        EXPECT_TRUE(GivesFor(row.expected, row.format, row.arg)) << row.name;
+    EXPECT_TRUE(Gives<char>("abc=h\xC3\xA9;5", "%s=%S;%d", "abc", u"h\u00E9", 5));
+    EXPECT_TRUE(Gives<LtWChar>(u"h\u00E9=abc;5", u"%S=%s;%d", "h\xC3\xA9", u"abc", 5));
 }
 
 INSTANTIATE_TEST_SUITE_P(Locales, QzSysStringLocaleTest, testing::Values("C", "C.UTF-8"));
 
+// In both widths, with the same arguments and the ASCII result.
+template <typename... Args>
+testing::AssertionResult GivesInBothWidths(char const *expected, char const *format, Args... args)
+{
+    testing::AssertionResult narrow = Gives<char>(expected, format, args...);
+    return narrow ? Gives<LtWChar>(Widen(expected), Widen(format).c_str(), args...) : narrow;
+}
+
 TEST(QzSysStringTest, PointerIsSixteenUpperCaseHexDigits)
 {
     void *address = reinterpret_cast<void *>(std::uintptr_t{0x00007FFF1234ABCD});
-    void *null = nullptr;
-    char narrow[64];
-    LtWChar wide[64];
-    EXPECT_EQ(QzSysString::Sprintf(narrow, 64, "%p|%p|%d", null, address, 7), 35);
-    EXPECT_STREQ(narrow, "0000000000000000|00007FFF1234ABCD|7");
-    EXPECT_EQ(QzSysString::WideSprintf(wide, 64, u"%p|%p|%d", null, address, 7), 35);
-    EXPECT_EQ(ToU16(wide), u"0000000000000000|00007FFF1234ABCD|7");
-    EXPECT_EQ(QzSysString::Sprintf(narrow, 64, "%18p|%-18p|", address, address), 38);
-    EXPECT_STREQ(narrow, "  00007FFF1234ABCD|00007FFF1234ABCD  |");
+    EXPECT_TRUE(GivesInBothWidths("0000000000000000|00007FFF1234ABCD|7", "%p|%p|%d",
+                                  static_cast<void *>(nullptr), address, 7));
+    EXPECT_TRUE(GivesInBothWidths("  00007FFF1234ABCD|00007FFF1234ABCD  |", "%18p|%-18p|", address,
+                                  address));
 }
 
 // %n takes its argument, so the next conversion gets the right one, but
 // stores nothing; %% and anything that is not a conversion are copied.
 TEST(QzSysStringTest, PercentNPercentAndUnknownConversions)
 {
-    struct Row {
-        char const *format;
-        char const *expected;
-        int pointers;  // %n conversions, which come before the one %d
+    int stored = -7;
+    EXPECT_TRUE(GivesInBothWidths("abcd5", "ab%ncd%d", &stored, 5));
+    EXPECT_TRUE(GivesInBothWidths("5", "%hn%lln%d", &stored, &stored, 5));
+    EXPECT_EQ(stored, -7);
+    const char *const copied[][2] = {
+        {"100%%%d", "100%5"},  {"%y%d", "%y5"},     {"%-5k|%d", "%-5k|5"}, {"%hf %d", "%hf 5"},
+        {"%lls|%d", "%lls|5"}, {"%Ld|%d", "%Ld|5"}, {"%d%", "5%"},         {"%d%-5", "5%-5"},
     };
-    const Row rows[] = {
-        {"ab%ncd%d", "abcd5", 1}, {"%hn%lln%d", "5", 2},    {"100%%%d", "100%5", 0},
-        {"%y%d", "%y5", 0},       {"%-5k|%d", "%-5k|5", 0}, {"%hf %d", "%hf 5", 0},
-        {"%lls|%d", "%lls|5", 0}, {"%Ld|%d", "%Ld|5", 0},   {"%d%", "5%", 0},
-        {"%d%-5", "5%-5", 0},
-    };
-    for (Row const &row : rows) {
-        SCOPED_TRACE(row.format);
-        int stored = -7;
-        char narrow[64];
-        LtWChar wide[64];
-        std::u16string wide_format = Widen(row.format);
-        int narrow_length = -2;
-        int wide_length = -2;
-        if (row.pointers == 0) {
-            narrow_length = QzSysString::Sprintf(narrow, 64, row.format, 5);
-            wide_length = QzSysString::WideSprintf(wide, 64, wide_format.c_str(), 5);
-        } else if (row.pointers == 1) {
-            narrow_length = QzSysString::Sprintf(narrow, 64, row.format, &stored, 5);
-            wide_length = QzSysString::WideSprintf(wide, 64, wide_format.c_str(), &stored, 5);
-        } else {
-            narrow_length = QzSysString::Sprintf(narrow, 64, row.format, &stored, &stored, 5);
-            wide_length =
-                QzSysString::WideSprintf(wide, 64, wide_format.c_str(), &stored, &stored, 5);
-        }
-        auto length = static_cast<int>(std::string(row.expected).size());
-        EXPECT_EQ(narrow_length, length);
-        EXPECT_EQ(wide_length, length);
-        EXPECT_STREQ(narrow, row.expected);
-        EXPECT_EQ(ToU16(wide), Widen(row.expected));
-        EXPECT_EQ(stored, -7);
-    }
+    for (auto const &row : copied)
+        EXPECT_TRUE(GivesInBothWidths(row[1], row[0], 5));
 }
 
 // Checks the truncating contract at every count from 0 to the full length
@@ -538,24 +518,34 @@ const DecodeRow kDecodeRows[] = {
     {"bad_continuation", "\xC3\x41", u""},
 };
 
+// Runs one code-page conversion over a row: the size query, the conversion
+// into a buffer filled with '#' (nothing written past a result), and an
+// output one short of the need, which fails with 0. An empty `to`: fails.
+template <typename From, typename To, typename Convert>
+void CheckConversion(std::basic_string<From> const &from, std::basic_string<To> const &to,
+                     Convert const &convert)
+{
+    auto length = static_cast<int>(from.size());
+    auto needed = static_cast<int>(to.size());
+    EXPECT_EQ(convert(from.data(), length, nullptr, 0), needed);
+    To out[16];
+    std::fill(out, out + 16, To('#'));
+    EXPECT_EQ(convert(from.data(), length, out, 16), needed);
+    EXPECT_EQ(std::basic_string<To>(out, to.size()), to);
+    if (needed > 0) {
+        EXPECT_EQ(out[to.size()], To('#'));  // a failure may leave a partial output
+    }
+    if (needed > 1) {  // (an output count of 0 is a size query)
+        EXPECT_EQ(convert(from.data(), length, out, needed - 1), 0);
+    }
+}
+
 TEST(QzSysStringTest, MultiByteToWideCharIsStrictUtf8)
 {
     ScopedCtype ctype("C.UTF-8");
     for (DecodeRow const &row : kDecodeRows) {
         SCOPED_TRACE(row.name);
-        auto length = static_cast<int>(row.bytes.size());
-        auto needed = static_cast<int>(row.wide.size());
-        EXPECT_EQ(QzSysString::MultiByteToWideChar(row.bytes.data(), length, nullptr, 0), needed);
-        LtWChar out[8] = {u'#', u'#', u'#', u'#', u'#', u'#', u'#', u'#'};
-        EXPECT_EQ(QzSysString::MultiByteToWideChar(row.bytes.data(), length, out, 8), needed);
-        EXPECT_EQ(std::u16string(out, row.wide.size()), row.wide);
-        if (needed > 0) {
-            EXPECT_EQ(out[needed], u'#');  // nothing written past the result
-        }
-        if (needed > 1) {  // (an output count of 0 is a size query)
-            EXPECT_EQ(QzSysString::MultiByteToWideChar(row.bytes.data(), length, out, needed - 1),
-                      0);
-        }
+        CheckConversion(row.bytes, row.wide, &QzSysString::MultiByteToWideChar);
     }
 }
 
@@ -582,18 +572,7 @@ TEST(QzSysStringTest, WideCharToMultiByteReplacesLoneSurrogates)
     };
     for (Row const &row : rows) {
         SCOPED_TRACE(row.name);
-        auto length = static_cast<int>(row.wide.size());
-        auto needed = static_cast<int>(row.bytes.size());
-        EXPECT_EQ(QzSysString::WideCharToMultiByte(row.wide.data(), length, nullptr, 0), needed);
-        char out[16];
-        std::fill(out, out + 16, '#');
-        EXPECT_EQ(QzSysString::WideCharToMultiByte(row.wide.data(), length, out, 16), needed);
-        EXPECT_EQ(std::string(out, row.bytes.size()), row.bytes);
-        EXPECT_EQ(out[needed], '#');
-        if (needed > 1) {
-            EXPECT_EQ(QzSysString::WideCharToMultiByte(row.wide.data(), length, out, needed - 1),
-                      0);
-        }
+        CheckConversion(row.wide, row.bytes, &QzSysString::WideCharToMultiByte);
     }
 }
 

@@ -1,5 +1,6 @@
 // QzStringBufferTest.cpp: QzStringBuffer: block sizes, appending, direct
-// editing, formatting, replacing, trimming and sanitising.
+// editing, formatting, replacing, trimming and sanitising. What the two
+// buffers share runs on QzWideStringBuffer too (QzBufferWidthTest).
 //
 // Capacities are checked against QzMemory::GetBestBlockSize of the request
 // that each operation must make (CapacityFor), so a wrong request size shows
@@ -7,43 +8,54 @@
 
 #include "qzutil/text/QzStringBuffer.h"
 
+#include <cstdarg>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "qzutil/memory/QzMemory.h"
 #include "qzutil/text/QzString.h"
+#include "qzutil/text/QzWideStringBuffer.h"
 
 #include "text/QzTextTestFixture.h"
 
 using QzStringBufferTest = QzTextTest;
 
-TEST_F(QzStringBufferTest, NewBufferIsNullAndEmptyBlockIsFourBytes)
+template <typename Unit>
+using QzBufferWidthTest = QzTextWidthTest<Unit>;
+TYPED_TEST_SUITE(QzBufferWidthTest, QzTextUnits, QzTextWidthName);
+
+// Null has no block; the empty text takes a block of GetBestBlockSize(1) bytes
+// narrow and of (2) wide: four bytes either way. Null and empty differ.
+TYPED_TEST(QzBufferWidthTest, NewBufferIsNullAndEmptyBlockIsFourBytes)
 {
-    QzStringBuffer buffer;
+    BufferOf<TypeParam> buffer;
     EXPECT_TRUE(buffer.IsNull());
     EXPECT_TRUE(buffer.IsEmpty());
     EXPECT_EQ(buffer.GetAllocationSize(), 0);
     EXPECT_EQ(buffer.GetSize(), 0u);
+    EXPECT_TRUE(buffer == BufferOf<TypeParam>());
 
     buffer.SetEmptyString();
     EXPECT_FALSE(buffer.IsNull());
     EXPECT_TRUE(buffer.IsEmpty());
-    EXPECT_EQ(buffer.GetAllocationSize(), 4);
+    EXPECT_EQ(buffer.GetAllocationSize(), static_cast<int>(4 / sizeof(TypeParam)));
     EXPECT_EQ(buffer.GetSize(), 1u);
-    EXPECT_FALSE(buffer == QzStringBuffer());
+    EXPECT_FALSE(buffer == BufferOf<TypeParam>());
+    EXPECT_TRUE(buffer == QzAscii<TypeParam>(""));
 }
 
-TEST_F(QzStringBufferTest, ReserveGrowsByBestBlockSizeAndKeepsText)
+TYPED_TEST(QzBufferWidthTest, ReserveGrowsByBestBlockSizeAndKeepsText)
 {
-    QzStringBuffer buffer;
+    using Ascii = QzAscii<TypeParam>;
+    BufferOf<TypeParam> buffer;
     buffer.Reserve(10);
-    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<char>(10));
+    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<TypeParam>(10));
     EXPECT_EQ(Bytes(buffer.GetString()), "");
     EXPECT_EQ(buffer.GetLength(), 0);
 
-    buffer.SetString("abcdefghij");
-    char const *block = buffer.GetString();
+    buffer.SetString(Ascii("abcdefghij"));
+    TypeParam const *block = buffer.GetString();
     int capacity = buffer.GetAllocationSize();
     buffer.Reserve(capacity - 1);  // below the capacity: nothing to do
     buffer.Reserve(-5);
@@ -51,75 +63,78 @@ TEST_F(QzStringBufferTest, ReserveGrowsByBestBlockSizeAndKeepsText)
     EXPECT_EQ(buffer.GetAllocationSize(), capacity);
 
     buffer.Reserve(capacity);  // not below: the next block size
-    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<char>(capacity));
+    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<TypeParam>(capacity));
     EXPECT_EQ(Bytes(buffer.GetString()), "abcdefghij");
     EXPECT_EQ(buffer.GetLength(), 10);
 
-    QzStringBuffer fresh;
+    BufferOf<TypeParam> fresh;
     fresh.Reserve(-1);  // a block even for a negative request
     EXPECT_FALSE(fresh.IsNull());
     EXPECT_EQ(Bytes(fresh.GetString()), "");
 }
 
-TEST_F(QzStringBufferTest, SetStringReplacesOnlyABlockThatIsTooSmall)
+TYPED_TEST(QzBufferWidthTest, SetStringReplacesOnlyABlockThatIsTooSmall)
 {
-    QzStringBuffer buffer("abc");
-    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<char>(3));
-    buffer.SetString("abcd");  // 4 is not below a capacity of 4: a new block
-    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<char>(4));
-    char const *block = buffer.GetString();
-    buffer.SetString("xy");
+    using Ascii = QzAscii<TypeParam>;
+    BufferOf<TypeParam> buffer(Ascii("abc"));
+    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<TypeParam>(3));
+    buffer.SetString(Ascii("abcd"));  // 4 is not below a capacity of 4: a new block
+    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<TypeParam>(4));
+    TypeParam const *block = buffer.GetString();
+    buffer.SetString(Ascii("xy"));
     EXPECT_EQ(buffer.GetString(), block);
     EXPECT_EQ(buffer.GetLength(), 2);
-    buffer.SetString("hello world", 5);
+    buffer.SetString(Ascii("hello world"), 5);
     EXPECT_EQ(Bytes(buffer.GetString()), "hello");
     EXPECT_EQ(buffer.GetLength(), 5);
+    EXPECT_EQ(buffer.GetSize(), 6u);
 
     buffer.SetString(buffer.GetString() + 1);  // its own text, moved down
     EXPECT_EQ(Bytes(buffer.GetString()), "ello");
 
-    buffer.SetString(static_cast<char const *>(nullptr));
+    buffer.SetString(static_cast<TypeParam const *>(nullptr));
     EXPECT_TRUE(buffer.IsNull());
     EXPECT_EQ(buffer.GetLength(), 0);
     EXPECT_EQ(buffer.GetAllocationSize(), 0);
 }
 
-TEST_F(QzStringBufferTest, AppendReservesOneMoreThanNeeded)
+TYPED_TEST(QzBufferWidthTest, AppendReservesOneMoreThanNeeded)
 {
-    QzStringBuffer buffer;
-    buffer.Append("");
-    buffer.Append(static_cast<char const *>(nullptr));
+    using Ascii = QzAscii<TypeParam>;
+    BufferOf<TypeParam> buffer;
+    buffer.Append(Ascii(""));
+    buffer.Append(static_cast<TypeParam const *>(nullptr));
     EXPECT_TRUE(buffer.IsNull()) << "empty appends take no block";
 
-    buffer.Append("abc");  // Reserve(0 + 1 + 3)
-    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<char>(4));
+    buffer.Append(Ascii("abc"));  // Reserve(0 + 1 + 3)
+    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<TypeParam>(4));
     EXPECT_EQ(Bytes(buffer.GetString()), "abc");
 
     // Reserve(3 + 1 + n) with n filling the block exactly: not below the
     // capacity, so it grows although the text alone would have fitted.
     int capacity = buffer.GetAllocationSize();
     std::string filler(static_cast<std::size_t>(capacity - 4), 'f');
-    buffer.Append(filler.c_str());
-    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<char>(capacity));
+    buffer.Append(Ascii(filler.c_str()));
+    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<TypeParam>(capacity));
     EXPECT_EQ(Bytes(buffer.GetString()), "abc" + filler);
 
-    QzStringBuffer single;
-    single.Append('x');  // Reserve(0 + 2)
-    EXPECT_EQ(single.GetAllocationSize(), CapacityFor<char>(2));
-    single.Append('y');  // Reserve(1 + 2): below a capacity of 4
-    EXPECT_EQ(single.GetAllocationSize(), CapacityFor<char>(2));
+    BufferOf<TypeParam> single;
+    single.Append(TypeParam('x'));  // Reserve(0 + 2)
+    EXPECT_EQ(single.GetAllocationSize(), CapacityFor<TypeParam>(2));
+    single.Append(TypeParam('y'));  // Reserve(1 + 2): below the capacity
+    EXPECT_EQ(single.GetAllocationSize(), CapacityFor<TypeParam>(2));
     EXPECT_EQ(Bytes(single.GetString()), "xy");
 
-    single.Append("zzz", 1);
-    single.Append(QzString("!"));
-    single.Append(QzStringBuffer("?"));
+    single.Append(Ascii("zzz"), 1);
+    single.Append(StringOf<TypeParam>(Ascii("!")));
+    single.Append(BufferOf<TypeParam>(Ascii("?")));
     EXPECT_EQ(Bytes(single.GetString()), "xyz!?");
     EXPECT_EQ(single.GetLength(), 5);
 }
 
-TEST_F(QzStringBufferTest, AppendOfItsOwnTextSurvivesGrowth)
+TYPED_TEST(QzBufferWidthTest, AppendOfItsOwnTextSurvivesGrowth)
 {
-    QzStringBuffer buffer("abcd");
+    BufferOf<TypeParam> buffer(QzAscii<TypeParam>("abcd"));
     buffer.Append(buffer.GetString());
     EXPECT_EQ(Bytes(buffer.GetString()), "abcdabcd");
     buffer.Append(buffer);
@@ -127,25 +142,25 @@ TEST_F(QzStringBufferTest, AppendOfItsOwnTextSurvivesGrowth)
     EXPECT_EQ(buffer.GetLength(), 16);
 }
 
-TEST_F(QzStringBufferTest, SetAtNulShortensTheText)
+TYPED_TEST(QzBufferWidthTest, SetAtNulShortensTheText)
 {
-    QzStringBuffer buffer("abcdef");
-    buffer.SetAt(1, 'X');
+    BufferOf<TypeParam> buffer(QzAscii<TypeParam>("abcdef"));
+    buffer.SetAt(1, TypeParam('X'));
     EXPECT_EQ(Bytes(buffer.GetString()), "aXcdef");
     EXPECT_EQ(buffer.GetLength(), 6);
-    buffer.SetAt(3, '\0');
+    buffer.SetAt(3, TypeParam(0));
     EXPECT_EQ(buffer.GetLength(), 3);
     EXPECT_EQ(Bytes(buffer.GetString()), "aXc");
 }
 
 struct EditCase {
     char const *name;
-    char const *written;  // bytes written into the block, with their nul
+    char const *written;  // units written into the block, with their nul
     int end_length;
     int expected_length;  // -1: the capacity
 };
 
-// The block has room for at least 10 bytes and the nul (Reserve(10)), and
+// The block has room for at least 10 units and the nul (Reserve(10)), and
 // for fewer than 50.
 const EditCase kEditCases[] = {
     {"scan_for_nul", "hello", -1, 5},
@@ -154,75 +169,78 @@ const EditCase kEditCases[] = {
     {"clamped_to_capacity", "hello", 50, -1},
 };
 
-TEST_F(QzStringBufferTest, EndEditBufferTakesTheWrittenLength)
+TYPED_TEST(QzBufferWidthTest, EndEditBufferTakesTheWrittenLength)
 {
     for (EditCase const &c : kEditCases) {
         SCOPED_TRACE(c.name);
-        QzStringBuffer buffer;
+        BufferOf<TypeParam> buffer;
         buffer.Reserve(10);
         int capacity = buffer.GetAllocationSize();
         ASSERT_LT(capacity, 50);
-        char *block = buffer.BeginEditBuffer();
-        std::string written(c.written);
+        TypeParam *block = buffer.BeginEditBuffer();
+        std::basic_string<TypeParam> written(QzAscii<TypeParam>(c.written));
         written.copy(block, written.size());
-        block[written.size()] = '\0';
+        block[written.size()] = 0;
         buffer.EndEditBuffer(c.end_length);
         int expected = c.expected_length < 0 ? capacity : c.expected_length;
         EXPECT_EQ(buffer.GetLength(), expected);
         if (expected < capacity) {
-            EXPECT_EQ(buffer.GetString()[expected], '\0');
+            EXPECT_EQ(buffer.GetString()[expected], TypeParam(0));
         }
     }
 
-    QzStringBuffer full;
+    BufferOf<TypeParam> full;
     full.Reserve(3);
-    char *block = full.BeginEditBuffer();
+    TypeParam *block = full.BeginEditBuffer();
     for (int i = 0; i < full.GetAllocationSize(); ++i)
-        block[i] = 'z';  // no nul anywhere
+        block[i] = TypeParam('z');  // no nul anywhere
     full.EndEditBuffer(-1);
     EXPECT_EQ(full.GetLength(), full.GetAllocationSize());
 
-    QzStringBuffer none;
+    BufferOf<TypeParam> none;
     none.EndEditBuffer(7);
     EXPECT_EQ(none.GetLength(), 0);
 }
 
-TEST_F(QzStringBufferTest, FormatStartsWithRoomFor101Characters)
+// "%s" takes text of the format's own width, so one call serves both buffers.
+TYPED_TEST(QzBufferWidthTest, FormatStartsWithRoomFor101Characters)
 {
-    QzStringBuffer buffer;
+    using Ascii = QzAscii<TypeParam>;
+    BufferOf<TypeParam> buffer;
     std::string hundred(100, 'x');
-    buffer.Format("%s", hundred.c_str());
+    buffer.Format(Ascii("%s"), static_cast<TypeParam const *>(Ascii(hundred.c_str())));
     EXPECT_EQ(buffer.GetLength(), 100);
     int capacity = buffer.GetAllocationSize();
-    EXPECT_EQ(capacity, CapacityFor<char>(100));
+    EXPECT_EQ(capacity, CapacityFor<TypeParam>(100));
     EXPECT_EQ(Bytes(buffer.GetString()), hundred);
 
     std::string hundred_one(101, 'x');  // fits the first block too
-    buffer.Format("%s", hundred_one.c_str());
+    buffer.Format(Ascii("%s"), static_cast<TypeParam const *>(Ascii(hundred_one.c_str())));
     EXPECT_EQ(buffer.GetLength(), 101);
     EXPECT_EQ(buffer.GetAllocationSize(), capacity);
 
     std::string fits(static_cast<std::size_t>(capacity - 1), 'y');  // with its nul, the block
-    buffer.Format("%s", fits.c_str());
+    buffer.Format(Ascii("%s"), static_cast<TypeParam const *>(Ascii(fits.c_str())));
     EXPECT_EQ(buffer.GetLength(), capacity - 1);
     EXPECT_EQ(buffer.GetAllocationSize(), capacity);
 
     std::string grows(static_cast<std::size_t>(capacity), 'z');  // one more: next size
-    buffer.Format("%s", grows.c_str());
+    buffer.Format(Ascii("%s"), static_cast<TypeParam const *>(Ascii(grows.c_str())));
     EXPECT_EQ(buffer.GetLength(), capacity);
-    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<char>(capacity));
+    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<TypeParam>(capacity));
     EXPECT_EQ(Bytes(buffer.GetString()), grows);
 }
 
-TEST_F(QzStringBufferTest, FormatGrowsUntilTheOutputFits)
+TYPED_TEST(QzBufferWidthTest, FormatGrowsUntilTheOutputFits)
 {
-    QzStringBuffer buffer("old");
+    using Ascii = QzAscii<TypeParam>;
+    BufferOf<TypeParam> buffer(Ascii("old"));
     std::string long_text(1000, 'q');
-    buffer.Format("[%s] %d", long_text.c_str(), 42);
+    buffer.Format(Ascii("[%s] %d"), static_cast<TypeParam const *>(Ascii(long_text.c_str())), 42);
     EXPECT_EQ(Bytes(buffer.GetString()), "[" + long_text + "] 42");
     EXPECT_LT(buffer.GetLength(), buffer.GetAllocationSize());
 
-    buffer.Format("%d-%s-%c", 7, "x", 'y');
+    buffer.Format(Ascii("%d-%s-%c"), 7, static_cast<TypeParam const *>(Ascii("x")), 'y');
     EXPECT_EQ(Bytes(buffer.GetString()), "7-x-y");
     EXPECT_EQ(buffer.GetLength(), 5);
 
@@ -230,7 +248,8 @@ TEST_F(QzStringBufferTest, FormatGrowsUntilTheOutputFits)
     EXPECT_TRUE(buffer.IsNull());
 }
 
-static int CallFormatV(QzStringBuffer *buffer, char const *format, ...)
+template <typename Buffer, typename Unit>
+static int CallFormatV(Buffer *buffer, Unit const *format, ...)
 {
     va_list args;
     va_start(args, format);
@@ -239,20 +258,29 @@ static int CallFormatV(QzStringBuffer *buffer, char const *format, ...)
     return result;
 }
 
-TEST_F(QzStringBufferTest, FormatVTruncatesWithoutGrowing)
+TYPED_TEST(QzBufferWidthTest, FormatVTruncatesWithoutGrowing)
 {
-    QzStringBuffer buffer;
-    EXPECT_EQ(CallFormatV(&buffer, "%d", 5), -1);  // no block at all
-    EXPECT_EQ(buffer.GetLength(), 0);
+    using Ascii = QzAscii<TypeParam>;
+    BufferOf<TypeParam> buffer;
+    EXPECT_EQ(CallFormatV(&buffer, static_cast<TypeParam const *>(Ascii("%d")), 5), -1);
+    EXPECT_EQ(buffer.GetLength(), 0);  // no block at all
 
     buffer.Reserve(3);
-    ASSERT_EQ(buffer.GetAllocationSize(), 4);
-    EXPECT_EQ(CallFormatV(&buffer, "%d", 123), 3);
-    EXPECT_EQ(Bytes(buffer.GetString()), "123");
-    EXPECT_EQ(CallFormatV(&buffer, "%d", 12345), -1);
-    EXPECT_EQ(Bytes(buffer.GetString()), "123");
-    EXPECT_EQ(buffer.GetLength(), 3);
-    EXPECT_EQ(buffer.GetAllocationSize(), 4);
+    ASSERT_EQ(buffer.GetAllocationSize(), CapacityFor<TypeParam>(3));
+    int room = buffer.GetAllocationSize() - 1;
+    std::string fits(static_cast<std::size_t>(room), '7');
+    std::string too_long(static_cast<std::size_t>(room + 1), '8');
+    Ascii percent_s("%s");
+    EXPECT_EQ(CallFormatV(&buffer, static_cast<TypeParam const *>(percent_s),
+                          static_cast<TypeParam const *>(Ascii(fits.c_str()))),
+              room);
+    EXPECT_EQ(Bytes(buffer.GetString()), fits);
+    EXPECT_EQ(CallFormatV(&buffer, static_cast<TypeParam const *>(percent_s),
+                          static_cast<TypeParam const *>(Ascii(too_long.c_str()))),
+              -1);
+    EXPECT_EQ(Bytes(buffer.GetString()), too_long.substr(0, fits.size()));  // the cut output
+    EXPECT_EQ(buffer.GetLength(), room);
+    EXPECT_EQ(buffer.GetAllocationSize(), room + 1);
 }
 
 struct CFloatCase {
@@ -264,17 +292,16 @@ struct CFloatCase {
 };
 
 const CFloatCase kCFloatCases[] = {
-    {"padded", 3.14159, 2, 8, "    3.14"},
-    {"left_justified", 3.14159, 2, -6, "3.14  "},
-    {"no_width", -0.5, 3, 0, "-0.500"},
-    {"rounded", 2.5, 0, 0, "2"},
+    {"padded", 3.14159, 2, 8, "    3.14"},  {"left_justified", 3.14159, 2, -6, "3.14  "},
+    {"no_width", -0.5, 3, 0, "-0.500"},     {"rounded", 2.5, 0, 0, "2"},
+    {"half_to_even", 2.25, 1, 6, "   2.2"},
 };
 
-TEST_F(QzStringBufferTest, FormatCFloatUsesWidthAndPrecision)
+TYPED_TEST(QzBufferWidthTest, FormatCFloatUsesWidthAndPrecision)
 {
     for (CFloatCase const &c : kCFloatCases) {
         SCOPED_TRACE(c.name);
-        QzStringBuffer buffer;
+        BufferOf<TypeParam> buffer;
         buffer.FormatCFloat(c.value, c.precision, c.width);
         EXPECT_EQ(Bytes(buffer.GetString()), c.expected);
     }
@@ -301,11 +328,11 @@ const LocalizedCase kLocalizedCases[] = {
     {"zero_is_not_extended", 0.0, 2, 1, "0.00"},
 };
 
-TEST_F(QzStringBufferTest, FormatLocalizedFloatShowsSmallValues)
+TYPED_TEST(QzBufferWidthTest, FormatLocalizedFloatShowsSmallValues)
 {
     for (LocalizedCase const &c : kLocalizedCases) {
         SCOPED_TRACE(c.name);
-        QzStringBuffer buffer;
+        BufferOf<TypeParam> buffer;
         buffer.FormatLocalizedFloat(c.value, c.precision, c.significant);
         EXPECT_EQ(Bytes(buffer.GetString()), c.expected);
         EXPECT_EQ(buffer.GetLength(), QzString::GetLength(c.expected));
@@ -337,44 +364,44 @@ const ReplaceCase kReplaceCases[] = {
     {"null_old", "abc", nullptr, "+", 0, 1, 0, "abc"},
     {"from_negative", "abc", "a", "+", -1, 1, 0, "abc"},
     {"from_at_length", "abc", "c", "+", 3, 1, 0, "abc"},
+    {"null_text", nullptr, "a", "b", 0, 1, 0, "<null>"},
 };
 
-TEST_F(QzStringBufferTest, ReplaceTable)
+TYPED_TEST(QzBufferWidthTest, ReplaceTable)
 {
+    using Ascii = QzAscii<TypeParam>;
     for (ReplaceCase const &c : kReplaceCases) {
         SCOPED_TRACE(c.name);
-        QzStringBuffer buffer(c.text);
-        EXPECT_EQ(buffer.Replace(c.old_text, c.new_text, c.from, c.all), c.result);
+        BufferOf<TypeParam> buffer(Ascii(c.text));
+        EXPECT_EQ(buffer.Replace(Ascii(c.old_text), Ascii(c.new_text), c.from, c.all), c.result);
         EXPECT_EQ(Bytes(buffer.GetString()), c.expected);
-        EXPECT_EQ(buffer.GetLength(), QzString::GetLength(c.expected));
+        EXPECT_EQ(buffer.GetLength(), c.text == nullptr ? 0 : QzString::GetLength(c.expected));
     }
-    QzStringBuffer buffer("1.2.3");
-    EXPECT_EQ(buffer.Replace(".", ",", 0), 1);
+    BufferOf<TypeParam> buffer(Ascii("1.2.3"));
+    EXPECT_EQ(buffer.Replace(Ascii("."), Ascii(","), 0), 1);  // the form without `from`
     EXPECT_EQ(Bytes(buffer.GetString()), "1,2.3");
-
-    QzStringBuffer null_buffer;
-    EXPECT_EQ(null_buffer.Replace("a", "b", 1), 0);
-    EXPECT_TRUE(null_buffer.IsNull());
 }
 
-TEST_F(QzStringBufferTest, ReplaceSubStringSplicesARange)
+TYPED_TEST(QzBufferWidthTest, ReplaceSubStringSplicesARange)
 {
-    QzStringBuffer buffer("abcde");
-    buffer.ReplaceSubString(1, 3, "XYZ");
+    using Ascii = QzAscii<TypeParam>;
+    BufferOf<TypeParam> buffer(Ascii("abcde"));
+    buffer.ReplaceSubString(1, 3, Ascii("XYZ"));
     EXPECT_EQ(Bytes(buffer.GetString()), "aXYZde");
     buffer.ReplaceSubString(0, 1, nullptr);
     EXPECT_EQ(Bytes(buffer.GetString()), "XYZde");
-    buffer.ReplaceSubString(5, 5, "!");
+    buffer.ReplaceSubString(5, 5, Ascii("!"));
     EXPECT_EQ(Bytes(buffer.GetString()), "XYZde!");
-    buffer.ReplaceSubString(-3, 99, "all");  // clamped to the text
+    buffer.ReplaceSubString(-3, 99, Ascii("all"));  // clamped to the text
     EXPECT_EQ(Bytes(buffer.GetString()), "all");
     EXPECT_EQ(buffer.GetLength(), 3);
 }
 
-TEST_F(QzStringBufferTest, ExtractSubStringIntoItselfMovesDownInPlace)
+TYPED_TEST(QzBufferWidthTest, ExtractSubStringIntoItselfMovesDownInPlace)
 {
-    QzStringBuffer buffer("hello world");
-    char const *block = buffer.GetString();
+    using Ascii = QzAscii<TypeParam>;
+    BufferOf<TypeParam> buffer(Ascii("hello world"));
+    TypeParam const *block = buffer.GetString();
     int capacity = buffer.GetAllocationSize();
     buffer.ExtractSubString(6, 11, &buffer);
     EXPECT_EQ(Bytes(buffer.GetString()), "world");
@@ -386,14 +413,79 @@ TEST_F(QzStringBufferTest, ExtractSubStringIntoItselfMovesDownInPlace)
     EXPECT_FALSE(buffer.IsNull());
     EXPECT_TRUE(buffer.IsEmpty());
 
-    QzStringBuffer source("abcdef");
-    QzStringBuffer out;
+    BufferOf<TypeParam> source(Ascii("abcdef"));
+    BufferOf<TypeParam> out;
     source.ExtractSubString(2, 4, &out);
     EXPECT_EQ(Bytes(out.GetString()), "cd");
-    QzStringBuffer null_source;
+    source.ExtractSubString(0, 9, &out);  // end beyond the text
+    EXPECT_FALSE(out.IsNull());
+    EXPECT_TRUE(out.IsEmpty());
+    BufferOf<TypeParam> null_source;
     null_source.ExtractSubString(0, 1, &out);
     EXPECT_TRUE(out.IsNull());
 }
+
+TYPED_TEST(QzBufferWidthTest, EqualityComparesLengthsThenText)
+{
+    using Ascii = QzAscii<TypeParam>;
+    using Buffer = BufferOf<TypeParam>;
+    Buffer a(Ascii("same"));
+    Buffer b(Ascii("same"));
+    Buffer null_buffer;
+    EXPECT_TRUE(a == b);
+    EXPECT_TRUE(a != Buffer(Ascii("other")));
+    EXPECT_TRUE(a != Buffer(Ascii("sama")));
+    EXPECT_TRUE(a == Ascii("same"));
+    EXPECT_FALSE(null_buffer == Ascii(""));
+    EXPECT_TRUE(a.Equal(b));
+}
+
+TYPED_TEST(QzBufferWidthTest, SwapAndCopiesExchangeBlocks)
+{
+    using Ascii = QzAscii<TypeParam>;
+    using Buffer = BufferOf<TypeParam>;
+    Buffer a(Ascii("first"));
+    Buffer b;
+    TypeParam const *block = a.GetString();
+    a.Swap(b);
+    EXPECT_TRUE(a.IsNull());
+    EXPECT_EQ(b.GetString(), block);
+    EXPECT_EQ(b.GetLength(), 5);
+
+    Buffer copy(b);
+    EXPECT_NE(copy.GetString(), b.GetString());
+    EXPECT_TRUE(copy == b);
+    Buffer moved(std::move(copy));
+    EXPECT_TRUE(copy.IsNull());
+    EXPECT_EQ(Bytes(moved.GetString()), "first");
+    a = moved;
+    EXPECT_EQ(Bytes(a.GetString()), "first");
+    a = StringOf<TypeParam>(Ascii("text"));
+    EXPECT_EQ(Bytes(a.GetString()), "text");
+}
+
+TYPED_TEST(QzBufferWidthTest, MemberFormsUseTheBufferLength)
+{
+    using Ascii = QzAscii<TypeParam>;
+    BufferOf<TypeParam> buffer(Ascii("abcabc"));
+    EXPECT_EQ(buffer.Find(Ascii("abc"), 1), buffer.GetString() + 3);
+    EXPECT_EQ(buffer.Find(Ascii("abc"), 6), nullptr);
+    EXPECT_EQ(buffer.FindLastChar(TypeParam('b')), buffer.GetString() + 4);
+    EXPECT_EQ(buffer.HasPrefix(Ascii("ab")), 1);
+    EXPECT_EQ(buffer.HasSuffix(Ascii("bc")), 1);
+    EXPECT_EQ(buffer.EqualPrefix(Ascii("abcx"), 3), true);
+    EXPECT_EQ(buffer.Hash(), QzString::Hash("abcabc"));
+    buffer.UpperCase();
+    EXPECT_EQ(Bytes(buffer.GetString()), "ABCABC");
+    EXPECT_EQ(buffer.Stricmp(Ascii("abcabc")), 0);
+
+    BufferOf<TypeParam> number(Ascii(" 12 "));
+    int value = 0;
+    EXPECT_EQ(number.ReadLocalizedInt(&value), 1);
+    EXPECT_EQ(value, 12);
+}
+
+// --- Narrow only: byte trimming, byte classes, XML ---
 
 struct TrimCase {
     char const *name;
@@ -430,8 +522,7 @@ TEST_F(QzStringBufferTest, TrimTable)
 
 TEST_F(QzStringBufferTest, Utf8SpacesAreTheSixAsciiBlanksOnly)
 {
-    char const blanks[] = {' ', '\t', '\n', '\v', '\f', '\r'};
-    for (char blank : blanks)
+    for (char blank : {' ', '\t', '\n', '\v', '\f', '\r'})
         EXPECT_EQ(QzStringBuffer::IsSpaceUTF8(blank), 1) << int(blank);
     EXPECT_EQ(QzStringBuffer::IsSpaceUTF8('\x85'), 0);
     EXPECT_EQ(QzStringBuffer::IsSpaceUTF8('\xA0'), 0);
@@ -459,62 +550,4 @@ TEST_F(QzStringBufferTest, SanitiseForXmlDropsControlAndHighBytes)
     EXPECT_TRUE(out.IsEmpty());
     QzStringBuffer::SanitiseForXML(nullptr, &out);
     EXPECT_TRUE(out.IsNull());
-}
-
-TEST_F(QzStringBufferTest, EqualityComparesLengthsThenText)
-{
-    QzStringBuffer a("same");
-    QzStringBuffer b("same");
-    QzStringBuffer c("other");
-    QzStringBuffer null_buffer;
-    QzStringBuffer empty;
-    empty.SetEmptyString();
-    EXPECT_TRUE(a == b);
-    EXPECT_TRUE(a != c);
-    EXPECT_FALSE(null_buffer == empty);
-    EXPECT_TRUE(null_buffer == QzStringBuffer());
-    EXPECT_TRUE(a == "same");
-    EXPECT_FALSE(null_buffer == "");
-    EXPECT_TRUE(a.Equal(b));
-}
-
-TEST_F(QzStringBufferTest, SwapAndCopiesExchangeBlocks)
-{
-    QzStringBuffer a("first");
-    QzStringBuffer b;
-    char const *block = a.GetString();
-    a.Swap(b);
-    EXPECT_TRUE(a.IsNull());
-    EXPECT_EQ(b.GetString(), block);
-    EXPECT_EQ(b.GetLength(), 5);
-
-    QzStringBuffer copy(b);
-    EXPECT_NE(copy.GetString(), b.GetString());
-    EXPECT_TRUE(copy == b);
-    QzStringBuffer moved(std::move(copy));
-    EXPECT_TRUE(copy.IsNull());
-    EXPECT_EQ(Bytes(moved.GetString()), "first");
-    a = moved;
-    EXPECT_EQ(Bytes(a.GetString()), "first");
-    a = QzString("text");
-    EXPECT_EQ(Bytes(a.GetString()), "text");
-}
-
-TEST_F(QzStringBufferTest, MemberFormsUseTheBufferLength)
-{
-    QzStringBuffer buffer("abcabc");
-    EXPECT_EQ(buffer.Find("abc", 1), buffer.GetString() + 3);
-    EXPECT_EQ(buffer.Find("abc", 6), nullptr);
-    EXPECT_EQ(buffer.FindLastChar('b'), buffer.GetString() + 4);
-    EXPECT_EQ(buffer.HasPrefix("ab"), 1);
-    EXPECT_EQ(buffer.HasSuffix("bc"), 1);
-    EXPECT_EQ(buffer.Hash(), QzString::Hash("abcabc"));
-    buffer.UpperCase();
-    EXPECT_EQ(Bytes(buffer.GetString()), "ABCABC");
-    EXPECT_EQ(buffer.Stricmp("abcabc"), 0);
-
-    QzStringBuffer number(" 12 ");
-    int value = 0;
-    EXPECT_EQ(number.ReadLocalizedInt(&value), 1);
-    EXPECT_EQ(value, 12);
 }

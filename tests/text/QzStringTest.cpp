@@ -1,5 +1,6 @@
 // QzStringTest.cpp: QzString objects, its statics on raw 8-bit text, its
-// component, and the conversions of 8-bit text to UTF-16.
+// component, and the conversions of 8-bit text to UTF-16. What QzString
+// shares with QzWideString runs for both (QzStringWidthTest).
 
 #include "qzutil/text/QzString.h"
 
@@ -14,6 +15,7 @@
 #include "qzutil/frame/QzSysError.h"
 #include "qzutil/memory/QzMemory.h"
 #include "qzutil/text/QzStringBuffer.h"
+#include "qzutil/text/QzWideString.h"
 #include "qzutil/text/QzWideStringBuffer.h"
 
 #include "support/QzTestSupport.h"
@@ -21,28 +23,172 @@
 
 using QzStringTest = QzTextTest;
 
+template <typename Unit>
+using QzStringWidthTest = QzTextWidthTest<Unit>;
+TYPED_TEST_SUITE(QzStringWidthTest, QzTextUnits, QzTextWidthName);
+
 // Null and empty are two states: both IsEmpty, only one IsNull, never equal.
-TEST_F(QzStringTest, NullAndEmptyAreDistinct)
+TYPED_TEST(QzStringWidthTest, NullAndEmptyAreDistinct)
 {
-    QzString null_text;
+    using String = StringOf<TypeParam>;
+    String null_text;
     EXPECT_TRUE(null_text.IsNull());
     EXPECT_TRUE(null_text.IsEmpty());
     EXPECT_EQ(null_text.GetSize(), 0u);
 
-    QzString empty;
+    String empty;
     empty.SetEmptyString();
     EXPECT_FALSE(empty.IsNull());
     EXPECT_TRUE(empty.IsEmpty());
     EXPECT_EQ(empty.GetSize(), 1u);
-    EXPECT_NE(empty.GetString(), nullptr);
 
     EXPECT_FALSE(null_text == empty);
     EXPECT_TRUE(null_text != empty);
-    EXPECT_TRUE(empty == "");
-    EXPECT_FALSE(null_text == "");
+    EXPECT_TRUE(empty == QzAscii<TypeParam>(""));
+    EXPECT_FALSE(null_text == QzAscii<TypeParam>(""));
 
-    empty.SetString(static_cast<char const *>(nullptr));
+    empty.SetString(static_cast<TypeParam const *>(nullptr));
     EXPECT_TRUE(empty.IsNull());
+}
+
+struct OrderCase {
+    char const *name;
+    char const *a;
+    char const *b;
+    bool equal;
+    int strcmp_sign;
+    int stricmp_sign;
+};
+
+// Rows of ASCII text, for both widths; the widths' own rows follow below.
+const OrderCase kOrderCases[] = {
+    {"null_null", nullptr, nullptr, true, 0, 0},
+    {"null_empty", nullptr, "", false, -1, -1},
+    {"empty_null", "", nullptr, false, 1, 1},
+    {"empty_empty", "", "", true, 0, 0},
+    {"same", "abc", "abc", true, 0, 0},
+    {"case", "abc", "ABC", false, 1, 0},
+    {"shorter_first", "ab", "abc", false, -1, -1},
+    {"case_then_order", "B", "a", false, -1, 1},
+};
+
+static int Sign(int value)
+{
+    return value < 0 ? -1 : (value > 0 ? 1 : 0);
+}
+
+TYPED_TEST(QzStringWidthTest, EqualityAndOrderFollowTheNullRules)
+{
+    using String = StringOf<TypeParam>;
+    using Ascii = QzAscii<TypeParam>;
+    for (OrderCase const &c : kOrderCases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(String::Equal(Ascii(c.a), Ascii(c.b)), c.equal);
+        EXPECT_EQ(Sign(String::Strcmp(Ascii(c.a), Ascii(c.b))), c.strcmp_sign);
+        EXPECT_EQ(Sign(String::Stricmp(Ascii(c.a), Ascii(c.b))), c.stricmp_sign);
+    }
+    Ascii same("shared");
+    EXPECT_TRUE(String::Equal(same, same));
+}
+
+TYPED_TEST(QzStringWidthTest, EqualPrefixComparesTheFirstCharactersOnly)
+{
+    using String = StringOf<TypeParam>;
+    using Ascii = QzAscii<TypeParam>;
+    EXPECT_TRUE(String::EqualPrefix(Ascii("abcdef"), Ascii("abcxyz"), 3));
+    EXPECT_FALSE(String::EqualPrefix(Ascii("abcdef"), Ascii("abcxyz"), 4));
+    EXPECT_TRUE(String::EqualPrefix(Ascii("ab"), Ascii("ab"), 10));
+    EXPECT_FALSE(String::EqualPrefix(Ascii("ab"), Ascii("abc"), 10));
+    EXPECT_FALSE(String::EqualPrefix(nullptr, Ascii(""), 0));
+    EXPECT_TRUE(String::EqualPrefix(nullptr, nullptr, 3));
+    EXPECT_TRUE(String(Ascii("prefix")).EqualPrefix(Ascii("pre"), 3));
+}
+
+struct AffixCase {
+    char const *name;
+    char const *text;
+    char const *affix;
+    int prefix;
+    int suffix;
+};
+
+const AffixCase kAffixCases[] = {
+    {"empty_affix", "abc", "", 0, 0},
+    {"null_affix", "abc", nullptr, 0, 0},
+    {"empty_text_empty_affix", "", "", 0, 0},
+    {"null_text", nullptr, "a", 0, 0},
+    {"whole", "abc", "abc", 1, 1},
+    {"longer_affix", "ab", "abc", 0, 0},
+    {"start", "abc", "ab", 1, 0},
+    {"end", "abc", "bc", 0, 1},
+    {"neither", "abc", "b", 0, 0},
+};
+
+TYPED_TEST(QzStringWidthTest, PrefixAndSuffixNeedANonEmptyAffix)
+{
+    using String = StringOf<TypeParam>;
+    using Ascii = QzAscii<TypeParam>;
+    for (AffixCase const &c : kAffixCases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(String::HasPrefix(Ascii(c.text), Ascii(c.affix)), c.prefix);
+        EXPECT_EQ(String::HasSuffix(Ascii(c.text), Ascii(c.affix)), c.suffix);
+    }
+}
+
+TYPED_TEST(QzStringWidthTest, FindReportsTheFirstOccurrenceFromAPosition)
+{
+    using String = StringOf<TypeParam>;
+    using Ascii = QzAscii<TypeParam>;
+    Ascii text_units("one two one");
+    TypeParam const *text = text_units;
+    EXPECT_EQ(String::Find(text, Ascii("one")), text);
+    EXPECT_EQ(String::Find(text, Ascii("two")), text + 4);
+    EXPECT_EQ(String::Find(text, Ascii("three")), nullptr);
+    EXPECT_EQ(String::Find(text, Ascii("")), nullptr);
+    EXPECT_EQ(String::Find(text, nullptr), nullptr);
+    EXPECT_EQ(String::Find(Ascii(""), Ascii("a")), nullptr);
+    EXPECT_EQ(String::Find(nullptr, Ascii("a")), nullptr);
+
+    String object(text);
+    TypeParam const *base = object.GetString();
+    EXPECT_EQ(object.Find(Ascii("one"), 1), base + 8);
+    EXPECT_EQ(object.Find(Ascii("one"), 8), base + 8);
+    EXPECT_EQ(object.Find(Ascii("one"), 9), nullptr);
+    EXPECT_EQ(object.Find(Ascii("o"), 11), nullptr);  // from == length
+    EXPECT_EQ(object.Find(Ascii("o"), -1), nullptr);
+
+    EXPECT_EQ(String::FindLastChar(text, TypeParam('o')), text + 8);
+    EXPECT_EQ(String::FindLastChar(text, TypeParam('x')), nullptr);
+    EXPECT_EQ(String::FindLastChar(nullptr, TypeParam('o')), nullptr);
+}
+
+TYPED_TEST(QzStringWidthTest, HashIsTimesFivePlusUnit)
+{
+    using String = StringOf<TypeParam>;
+    using Ascii = QzAscii<TypeParam>;
+    EXPECT_EQ(String::Hash(Ascii("a")), 97u);
+    EXPECT_EQ(String::Hash(Ascii("ab")), 583u);  // 97 * 5 + 98
+    EXPECT_EQ(String::Hash(Ascii("")), 0u);
+    EXPECT_EQ(String::Hash(nullptr), 0u);
+    String ab(Ascii("ab"));
+    EXPECT_EQ(ab.Hash(), 583u);
+}
+
+// A byte above 0x7F counts as a negative value, a unit above 0x7F does not.
+TEST_F(QzStringTest, HashSignsBytesButNotUnits)
+{
+    EXPECT_EQ(QzString::Hash("\xE9"), 0xFFFFFFE9u);
+    EXPECT_EQ(QzString::Hash("\xE9"
+                             "a"),
+              0xFFFFFFE9u * 5u + 97u);
+    EXPECT_EQ(QzWideString::Hash(u"\u00E9"), 0xE9u);
+    EXPECT_EQ(QzWideString::Hash(u"\uFFFF"), 0xFFFFu);
+
+    EXPECT_EQ(QzStringHasher()(QzString("ab")), 583u);
+    EXPECT_EQ(QzWideStringHasher()(QzWideString(u"ab")), 583u);
+    std::unordered_set<QzString, QzStringHasher> set;
+    set.insert(QzString("x"));
+    EXPECT_EQ(set.count(QzString("x")), 1u);
 }
 
 TEST_F(QzStringTest, CopiesAndAssignmentsOwnTheirText)
@@ -86,133 +232,11 @@ TEST_F(QzStringTest, CopiesAndAssignmentsOwnTheirText)
 
 TEST_F(QzStringTest, StringsLiveInTheClassAllocator)
 {
-    LtNat64 before = QzMemory::GetMallocMemoryAllocated();
+    LtNat64 before = QzMemory::GetDirectMemoryAllocated();
     QzString *text = new QzString("abc");
-    EXPECT_GT(QzMemory::GetMallocMemoryAllocated(), before);
+    EXPECT_GT(QzMemory::GetDirectMemoryAllocated(), before);
     delete text;
-    EXPECT_EQ(QzMemory::GetMallocMemoryAllocated(), before);
-}
-
-struct OrderCase {
-    char const *name;
-    char const *a;
-    char const *b;
-    bool equal;
-    int strcmp_sign;
-    int stricmp_sign;
-};
-
-const OrderCase kOrderCases[] = {
-    {"null_null", nullptr, nullptr, true, 0, 0},
-    {"null_empty", nullptr, "", false, -1, -1},
-    {"empty_null", "", nullptr, false, 1, 1},
-    {"empty_empty", "", "", true, 0, 0},
-    {"same", "abc", "abc", true, 0, 0},
-    {"case", "abc", "ABC", false, 1, 0},
-    {"shorter_first", "ab", "abc", false, -1, -1},
-    {"high_byte_after_ascii", "\xE9", "z", false, 1, 1},  // unsigned bytes
-    {"case_then_order", "B", "a", false, -1, 1},
-};
-
-static int Sign(int value)
-{
-    return value < 0 ? -1 : (value > 0 ? 1 : 0);
-}
-
-TEST_F(QzStringTest, EqualityAndOrderFollowTheNullRules)
-{
-    for (OrderCase const &c : kOrderCases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(QzString::Equal(c.a, c.b), c.equal);
-        EXPECT_EQ(Sign(QzString::Strcmp(c.a, c.b)), c.strcmp_sign);
-        EXPECT_EQ(Sign(QzString::Stricmp(c.a, c.b)), c.stricmp_sign);
-    }
-    char const *same = "shared";
-    EXPECT_TRUE(QzString::Equal(same, same));
-}
-
-TEST_F(QzStringTest, EqualPrefixComparesTheFirstCharactersOnly)
-{
-    EXPECT_TRUE(QzString::EqualPrefix("abcdef", "abcxyz", 3));
-    EXPECT_FALSE(QzString::EqualPrefix("abcdef", "abcxyz", 4));
-    EXPECT_TRUE(QzString::EqualPrefix("ab", "ab", 10));
-    EXPECT_FALSE(QzString::EqualPrefix("ab", "abc", 10));
-    EXPECT_FALSE(QzString::EqualPrefix(nullptr, "", 0));
-    EXPECT_TRUE(QzString::EqualPrefix(nullptr, nullptr, 3));
-    QzString text("prefix");
-    EXPECT_TRUE(text.EqualPrefix("pre", 3));
-}
-
-struct AffixCase {
-    char const *name;
-    char const *text;
-    char const *affix;
-    int prefix;
-    int suffix;
-};
-
-const AffixCase kAffixCases[] = {
-    {"empty_affix", "abc", "", 0, 0},
-    {"null_affix", "abc", nullptr, 0, 0},
-    {"empty_text_empty_affix", "", "", 0, 0},
-    {"null_text", nullptr, "a", 0, 0},
-    {"whole", "abc", "abc", 1, 1},
-    {"longer_affix", "ab", "abc", 0, 0},
-    {"start", "abc", "ab", 1, 0},
-    {"end", "abc", "bc", 0, 1},
-    {"neither", "abc", "b", 0, 0},
-};
-
-TEST_F(QzStringTest, PrefixAndSuffixNeedANonEmptyAffix)
-{
-    for (AffixCase const &c : kAffixCases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(QzString::HasPrefix(c.text, c.affix), c.prefix);
-        EXPECT_EQ(QzString::HasSuffix(c.text, c.affix), c.suffix);
-    }
-}
-
-TEST_F(QzStringTest, FindReportsTheFirstOccurrenceFromAPosition)
-{
-    char const *text = "one two one";
-    EXPECT_EQ(QzString::Find(text, "one"), text);
-    EXPECT_EQ(QzString::Find(text, "two"), text + 4);
-    EXPECT_EQ(QzString::Find(text, "three"), nullptr);
-    EXPECT_EQ(QzString::Find(text, ""), nullptr);
-    EXPECT_EQ(QzString::Find(text, nullptr), nullptr);
-    EXPECT_EQ(QzString::Find("", "a"), nullptr);
-    EXPECT_EQ(QzString::Find(nullptr, "a"), nullptr);
-
-    QzString object(text);
-    char const *base = object.GetString();
-    EXPECT_EQ(object.Find("one", 1), base + 8);
-    EXPECT_EQ(object.Find("one", 8), base + 8);
-    EXPECT_EQ(object.Find("one", 9), nullptr);
-    EXPECT_EQ(object.Find("o", 11), nullptr);  // from == length
-    EXPECT_EQ(object.Find("o", -1), nullptr);
-
-    EXPECT_EQ(QzString::FindLastChar(text, 'o'), text + 8);
-    EXPECT_EQ(QzString::FindLastChar(text, 'x'), nullptr);
-    EXPECT_EQ(QzString::FindLastChar(nullptr, 'o'), nullptr);
-}
-
-TEST_F(QzStringTest, HashTakesBytesAsSignedValues)
-{
-    EXPECT_EQ(QzString::Hash("a"), 97u);
-    EXPECT_EQ(QzString::Hash("ab"), 583u);  // 97 * 5 + 98
-    EXPECT_EQ(QzString::Hash("\xE9"), 0xFFFFFFE9u);
-    EXPECT_EQ(QzString::Hash("\xE9"
-                             "a"),
-              0xFFFFFFE9u * 5u + 97u);
-    EXPECT_EQ(QzString::Hash(""), 0u);
-    EXPECT_EQ(QzString::Hash(nullptr), 0u);
-
-    QzString ab("ab");
-    EXPECT_EQ(ab.Hash(), 583u);
-    EXPECT_EQ(QzStringHasher()(ab), 583u);
-    std::unordered_set<QzString, QzStringHasher> set;
-    set.insert(QzString("x"));
-    EXPECT_EQ(set.count(QzString("x")), 1u);
+    EXPECT_EQ(QzMemory::GetDirectMemoryAllocated(), before);
 }
 
 TEST_F(QzStringTest, CaseChangesWorkByteByByte)
@@ -426,91 +450,76 @@ TEST_F(QzStringTest, WideningLeavesAComplaintOnFailure)
 
 TEST_F(QzStringTest, WideningKeepsNullAndEmptyApart)
 {
-    QzWideStringBuffer out(u"x");
-    EXPECT_EQ(QzString::AsciiToWideString(nullptr, &out), 1);
-    EXPECT_TRUE(out.IsNull());
-    EXPECT_EQ(QzString::AsciiToWideString("", &out), 1);
-    EXPECT_FALSE(out.IsNull());
-    EXPECT_TRUE(out.IsEmpty());
-
-    out.SetString(u"x");
-    EXPECT_EQ(QzString::MultiToWideString(nullptr, &out), 1);
-    EXPECT_TRUE(out.IsNull());
-    EXPECT_EQ(QzString::MultiToWideString("", &out), 1);
-    EXPECT_FALSE(out.IsNull());
-    EXPECT_TRUE(out.IsEmpty());
+    using Widen = int (*)(char const *, QzWideStringBuffer *);
+    for (Widen widen : {Widen(&QzString::AsciiToWideString), Widen(&QzString::MultiToWideString)}) {
+        QzWideStringBuffer out(u"x");
+        EXPECT_EQ(widen(nullptr, &out), 1);
+        EXPECT_TRUE(out.IsNull());
+        EXPECT_EQ(widen("", &out), 1);
+        EXPECT_FALSE(out.IsNull());
+        EXPECT_TRUE(out.IsEmpty());
+    }
 }
 
-// --- Numbers ---
+// --- Numbers, in both widths ---
 
-TEST_F(QzStringTest, ReadCFloatScansALeadingNumber)
+TYPED_TEST(QzStringWidthTest, ReadCFloatScansALeadingNumber)
 {
+    using String = StringOf<TypeParam>;
+    using Ascii = QzAscii<TypeParam>;
     double value = -1;
-    EXPECT_EQ(QzString::ReadCFloat("2.5", &value), 1);
+    EXPECT_EQ(String::ReadCFloat(Ascii("2.5"), &value), 1);
     EXPECT_EQ(value, 2.5);
-    EXPECT_EQ(QzString::ReadCFloat("  -1e3 and more", &value), 1);
+    EXPECT_EQ(String::ReadCFloat(Ascii("  -1e3 and more"), &value), 1);
     EXPECT_EQ(value, -1000.0);
     value = 7;
-    EXPECT_EQ(QzString::ReadCFloat("abc", &value), 0);
+    EXPECT_EQ(String::ReadCFloat(Ascii("abc"), &value), 0);
     EXPECT_EQ(value, 7.0);
-    EXPECT_EQ(QzString::ReadCFloat("", &value), 0);
-    EXPECT_EQ(QzString::ReadCFloat(nullptr, &value), 0);
+    EXPECT_EQ(String::ReadCFloat(Ascii(""), &value), 0);
+    EXPECT_EQ(String::ReadCFloat(nullptr, &value), 0);
 }
 
-struct LocalizedFloatCase {
+struct LocalizedNumberCase {
     char const *name;
     char const *text;
     int ok;
-    double value;
+    double value;  // 99: left as it was
 };
 
-const LocalizedFloatCase kLocalizedFloatCases[] = {
+const LocalizedNumberCase kLocalizedFloatCases[] = {
     {"plain", "1.25", 1, 1.25},          {"blanks_around", " \t1.25\n ", 1, 1.25},
     {"trailing_text", "1.25x", 0, 1.25},  // the value is stored anyway
     {"exponent", "-2e2", 1, -200.0},     {"nothing_numeric", "abc", 0, 0.0},
+    {"blanks_only", "   ", 0, 99},       {"null", nullptr, 0, 99},
 };
 
-TEST_F(QzStringTest, ReadLocalizedFloatNeedsTheWholeTrimmedText)
-{
-    for (LocalizedFloatCase const &c : kLocalizedFloatCases) {
-        SCOPED_TRACE(c.name);
-        double value = 99;
-        EXPECT_EQ(QzString::ReadLocalizedFloat(c.text, &value), c.ok);
-        EXPECT_EQ(value, c.value);
-    }
-    double untouched = 99;
-    EXPECT_EQ(QzString::ReadLocalizedFloat("   ", &untouched), 0);
-    EXPECT_EQ(QzString::ReadLocalizedFloat(nullptr, &untouched), 0);
-    EXPECT_EQ(untouched, 99.0);
-}
-
-struct LocalizedIntCase {
-    char const *name;
-    char const *text;
-    int ok;
-    int value;
-};
-
-const LocalizedIntCase kLocalizedIntCases[] = {
+const LocalizedNumberCase kLocalizedIntCases[] = {
     {"plain", "42", 1, 42},
     {"negative_with_blanks", "  -7 ", 1, -7},
     {"fraction", "4.2", 0, 4},
     {"letters", "abc", 0, 0},
     {"above_int", "99999999999", 1, INT_MAX},
     {"below_int", "-99999999999", 1, INT_MIN},
+    {"empty", "", 0, 99},
+    {"null", nullptr, 0, 99},
 };
 
-TEST_F(QzStringTest, ReadLocalizedIntNeedsTheWholeTrimmedText)
+TYPED_TEST(QzStringWidthTest, ReadLocalizedNumbersNeedTheWholeTrimmedText)
 {
-    for (LocalizedIntCase const &c : kLocalizedIntCases) {
+    using String = StringOf<TypeParam>;
+    using Ascii = QzAscii<TypeParam>;
+    for (LocalizedNumberCase const &c : kLocalizedFloatCases) {
         SCOPED_TRACE(c.name);
-        int value = 99;
-        EXPECT_EQ(QzString::ReadLocalizedInt(c.text, &value), c.ok);
+        double value = 99;
+        EXPECT_EQ(String::ReadLocalizedFloat(Ascii(c.text), &value), c.ok);
         EXPECT_EQ(value, c.value);
     }
-    int untouched = 99;
-    EXPECT_EQ(QzString::ReadLocalizedInt("", &untouched), 0);
-    EXPECT_EQ(untouched, 99);
+    for (LocalizedNumberCase const &c : kLocalizedIntCases) {
+        SCOPED_TRACE(c.name);
+        int value = 99;
+        EXPECT_EQ(String::ReadLocalizedInt(Ascii(c.text), &value), c.ok);
+        EXPECT_EQ(value, c.value);
+    }
 }
 
 // --- Component ---

@@ -1,5 +1,6 @@
 // QzTextTestFixture.h: the fixture of the text tests (QzString component up,
-// no leaked blocks) and small helpers for reading text back.
+// no leaked blocks), the fixture of the checks run on both text widths, and
+// small helpers for writing and reading text back.
 #pragma once
 
 #include <clocale>
@@ -10,7 +11,10 @@
 #include "qzutil/memory/QzMemory.h"
 #include "qzutil/text/QzString.h"
 #include "qzutil/text/QzStringBuffer.h"
+#include "qzutil/text/QzWideString.h"
 #include "qzutil/text/QzWideStringBuffer.h"
+
+#include "support/QzTestSupport.h"
 
 // Brings the text classes up for each test and checks on the way down that
 // every block the test took from QzMemory went back.
@@ -19,12 +23,12 @@ protected:
     void SetUp() override
     {
         QzString::Initialise();
-        m_bytes_at_start = QzMemory::GetMallocMemoryAllocated();
+        m_bytes_at_start = QzMemory::GetDirectMemoryAllocated();
     }
 
     void TearDown() override
     {
-        EXPECT_EQ(QzMemory::GetMallocMemoryAllocated(), m_bytes_at_start) << "text blocks leaked";
+        EXPECT_EQ(QzMemory::GetDirectMemoryAllocated(), m_bytes_at_start) << "text blocks leaked";
         QzString::Terminate();
     }
 
@@ -61,3 +65,62 @@ inline std::string Bytes(char const *text)
 {
     return text != nullptr ? std::string(text) : std::string("<null>");
 }
+
+// A wide text as UTF-8, so that checks shared by both widths compare alike.
+inline std::string Bytes(LtWChar const *text)
+{
+    return text != nullptr ? ToUtf8(ToU16(text)) : std::string("<null>");
+}
+
+// The classes of one text width, for the checks that both widths share.
+template <typename Unit>
+struct QzTextClasses;
+
+template <>
+struct QzTextClasses<char> {
+    using String = QzString;
+    using Buffer = QzStringBuffer;
+};
+
+template <>
+struct QzTextClasses<LtWChar> {
+    using String = QzWideString;
+    using Buffer = QzWideStringBuffer;
+};
+
+// Table text (ASCII) in the unit type under test, byte by byte; null stays
+// null. Lives until the end of the full expression that made it.
+template <typename Unit>
+class QzAscii {
+public:
+    QzAscii(char const *ascii) : m_is_null(ascii == nullptr)
+    {
+        for (; ascii != nullptr && *ascii != 0; ++ascii)
+            m_units += static_cast<Unit>(static_cast<unsigned char>(*ascii));
+    }
+    operator Unit const *() const { return m_is_null ? nullptr : m_units.c_str(); }
+
+private:
+    bool m_is_null;
+    std::basic_string<Unit> m_units;
+};
+
+template <typename Unit>
+using StringOf = typename QzTextClasses<Unit>::String;
+template <typename Unit>
+using BufferOf = typename QzTextClasses<Unit>::Buffer;
+
+// The fixture of the typed tests, whose parameter is the unit type.
+template <typename Unit>
+class QzTextWidthTest : public QzTextTest {};
+
+// Names the typed tests "Narrow" and "Wide".
+struct QzTextWidthName {
+    template <typename Unit>
+    static std::string GetName(int)
+    {
+        return sizeof(Unit) == 1 ? "Narrow" : "Wide";
+    }
+};
+
+using QzTextUnits = ::testing::Types<char, LtWChar>;

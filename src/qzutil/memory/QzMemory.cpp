@@ -1,8 +1,9 @@
-// QzMemory.cpp: the allocator's front over the platform heap: every block is
-// a malloc block, counted by its true size.
+// QzMemory.cpp: the allocator's paths by size, its counters and switches, the
+// new-handler, regions, and start and stop.
 
 #include "qzutil/memory/QzMemory.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstdlib>
@@ -12,7 +13,10 @@
 #include "qzutil/frame/QzComponent.h"
 #include "qzutil/frame/QzSysError.h"
 #include "qzutil/frame/internal/QzComponentInfo.h"
+#include "qzutil/memory/QzRawArena.h"
 #include "qzutil/memory/QzSysMemory.h"
+#include "qzutil/memory/internal/QzMemoryInternal.h"
+#include "qzutil/memory/internal/QzMemoryTables.h"
 #include "qzutil/sys/QzSysString.h"
 #include "qzutil/sys/internal/QzSysHeap.h"
 
@@ -20,31 +24,142 @@
 // unsigned, most often), not memory shortages.
 static constexpr unsigned kMaxRequestSize = 0x7FF00000;
 
+// Requests from here up get a region of their own: 128 regions of 64 KiB.
+static constexpr unsigned kDirectRegionThreshold = 8u << 20;
+
 // Internal messages are formatted into this many wide characters at most.
 static constexpr int kMessageLimit = 512;
 
-static QzComponent g_memory_component;
-static bool g_built;  // set by the first Initialise, kept while bytes are held
-static int g_force_malloc = 1;
-static std::atomic<LtNat64> g_malloc_bytes;  // true sizes of live heap blocks
-static std::atomic<QzMemory::NewHandler> g_new_handler;
+// The spare reservation kept back for the heap.
+static constexpr unsigned kSpareMallocRegionSize = 0x1000000;
 
-// Posts one of the allocator's own messages against its component.
-static void PostMemoryMessage(QzSysError::Severity severity, LtWChar const *format, ...)
+// Environment switches are read up to this many characters.
+static constexpr std::size_t kEnvironmentLimit = 512;
+
+namespace {
+
+struct Switch {
+    int on;
+    bool by_program;  // set by a setter: the environment no longer counts
+};
+
+// Counters in bytes. The arena and region counters change under the memory
+// lock; the atomics let the getters read them without it.
+struct Counters {
+    std::atomic<LtNat64> arena;
+    std::atomic<LtNat64> malloc;
+    std::atomic<LtNat64> region;
+    std::atomic<LtNat64> external;
+};
+
+// The registered external callbacks: a heap array, guarded by the memory lock.
+struct ExternalCallbacks {
+    QzMemory::ExternalMemoryCallback *items;
+    unsigned count;
+    unsigned capacity;
+};
+
+// Messages posted while this thread holds the memory lock wait here: a
+// handler may allocate, and the lock is not recursive.
+struct PendingPosts {
+    static constexpr int kMax = 8;
+    int count;
+    int dropped;
+    QzSysError::Severity severity[kMax];
+    LtWChar text[kMax][kMessageLimit];
+};
+
+}  // namespace
+
+static QzComponent g_memory_component;
+static bool g_built;  // arenas exist; kept up by a Terminate that found bytes held
+static Switch g_scrub;
+static Switch g_check;
+static Switch g_force_malloc;
+static Switch g_use_medium = {1, false};
+static int g_force_malloc_region;
+static QzSpinLock g_lock;
+static Counters g_counters;
+static ExternalCallbacks g_callbacks;
+static std::atomic<QzMemory::NewHandler> g_new_handler;
+static void *g_spare_region;
+static thread_local int t_lock_depth;
+static thread_local PendingPosts t_pending;
+
+static void PostPending();
+
+// Holds the memory lock; posts deferred under it go out after release.
+class MemoryLockScope {
+public:
+    MemoryLockScope()
+    {
+        g_lock.Lock();
+        ++t_lock_depth;
+    }
+    ~MemoryLockScope()
+    {
+        --t_lock_depth;
+        g_lock.Unlock();
+        if (t_pending.count != 0)
+            PostPending();
+    }
+    MemoryLockScope(MemoryLockScope const &) = delete;
+    MemoryLockScope &operator=(MemoryLockScope const &) = delete;
+};
+
+void QzPostMemoryMessage(QzSysError::Severity severity, LtWChar const *format, ...)
 {
     LtWChar message[kMessageLimit];
     va_list args;
     va_start(args, format);
     QzSysString::WideVsprintf(message, kMessageLimit, format, args);
     va_end(args);
-    QzSysError::PostFixed(severity, &g_memory_component, -1, nullptr, 0, message);
+    if (t_lock_depth == 0) {
+        QzSysError::PostFixed(severity, &g_memory_component, -1, nullptr, 0, message);
+        return;
+    }
+    if (t_pending.count == PendingPosts::kMax) {
+        ++t_pending.dropped;
+        return;
+    }
+    t_pending.severity[t_pending.count] = severity;
+    std::memcpy(t_pending.text[t_pending.count], message, sizeof(message));
+    ++t_pending.count;
+}
+
+static void PostPending()
+{
+    // Copied out first: a handler may allocate and queue posts of its own.
+    PendingPosts posts;
+    std::memcpy(&posts, &t_pending, sizeof(posts));
+    t_pending.count = 0;
+    t_pending.dropped = 0;
+    for (int i = 0; i < posts.count; ++i)
+        QzSysError::PostFixed(posts.severity[i], &g_memory_component, -1, nullptr, 0,
+                              posts.text[i]);
+    if (posts.dropped != 0)
+        QzPostMemoryMessage(QzSysError::eWARNING,
+                            u"QzMemory: %d more messages found under the memory lock were "
+                            u"dropped\n",
+                            posts.dropped);
+}
+
+bool QzIsScrubMemory()
+{
+    return g_scrub.on != 0;
+}
+
+bool QzIsCheckMemory()
+{
+    return g_check.on != 0;
 }
 
 // A request above the limit is fatal whatever a handler makes of the post.
 static void CheckSize(unsigned size)
 {
     if (size > kMaxRequestSize) {
-        PostMemoryMessage(QzSysError::eERROR, u"QzMemory: Bad size %d\n", static_cast<int>(size));
+        QzPostMemoryMessage(QzSysError::eERROR, u"QzMemory: Bad size %d\n",
+                            static_cast<int>(size));
         QzSysError::Abort();
     }
 }
@@ -52,10 +167,35 @@ static void CheckSize(unsigned size)
 // Asks the new-handler whether to try again after a failed allocation.
 static bool RetryAfterFailure(unsigned size, int try_only)
 {
-    if (try_only)
-        return false;
     QzMemory::NewHandler handler = g_new_handler.load();
     return handler != nullptr && handler(size, try_only) != 0;
+}
+
+// Adds to a counter that only the memory lock's holder changes.
+static void AddLocked(std::atomic<LtNat64> &counter, LtNat64 bytes)
+{
+    counter.store(counter.load(std::memory_order_relaxed) + bytes, std::memory_order_relaxed);
+}
+
+static void SubtractLocked(std::atomic<LtNat64> &counter, LtNat64 bytes)
+{
+    counter.store(counter.load(std::memory_order_relaxed) - bytes, std::memory_order_relaxed);
+}
+
+// An environment switch is on when set, not empty and not "0".
+static int ReadEnvironmentSwitch(char const *name)
+{
+    char const *value = std::getenv(name);
+    if (value == nullptr || value[0] == '\0')
+        return 0;
+    std::size_t const length = strnlen(value, kEnvironmentLimit);
+    return length == 1 && value[0] == '0' ? 0 : 1;
+}
+
+static void ReadSwitch(Switch *flag, char const *name)
+{
+    if (!flag->by_program)
+        flag->on = ReadEnvironmentSwitch(name);
 }
 
 void QzMemory::Initialise()
@@ -68,6 +208,16 @@ void QzMemory::Initialise()
         return;
     QzSysError::Initialise();
     QzSysMemory::Initialise();
+    ReadSwitch(&g_scrub, "TY_SCRUB_MEMORY");
+    ReadSwitch(&g_check, "TY_CHECK_MEMORY");
+    ReadSwitch(&g_force_malloc, "TY_FORCE_MALLOC");
+    g_force_malloc_region = ReadEnvironmentSwitch("TY_FORCE_MALLOC_REGION");
+    if (!g_use_medium.by_program)
+        g_use_medium.on = ReadEnvironmentSwitch("TY_DISABLE_MEDIUM_BLOCK_ALLOCATORS") ? 0 : 1;
+    unsigned const medium_arenas = QzMemoryTables::Build(g_use_medium.on != 0);
+    if (medium_arenas != 0)
+        QzPostMemoryMessage(QzSysError::eINFO, u"Created %d medium block allocators\n",
+                            medium_arenas);
     g_built = true;
 }
 
@@ -75,14 +225,32 @@ void QzMemory::Terminate()
 {
     if (g_memory_component.Terminate() == 0)
         return;
-    LtNat64 const malloc_bytes = g_malloc_bytes.load();
-    if (malloc_bytes != 0) {
-        PostMemoryMessage(QzSysError::eWARNING,
-                          u"%lld malloc bytes still allocated at QzMemory::Terminate. Not "
-                          u"terminating.",
-                          static_cast<long long>(malloc_bytes));
-        return;
+    struct Held {
+        LtNat64 bytes;
+        LtWChar const *message;
+    } const held[] = {
+        {GetArenaMemoryAllocated(),
+         u"%lld arena bytes still allocated at QzMemory::Terminate. Not terminating."},
+        {GetMallocMemoryAllocated(),
+         u"%lld malloc bytes still allocated at QzMemory::Terminate. Not terminating."},
+        {GetRegionMemoryAllocated(),
+         u"%lld region bytes still allocated at QzMemory::Terminate. Not terminating."},
+    };
+    bool any_held = false;
+    for (Held const &counter : held) {
+        if (counter.bytes != 0) {
+            QzPostMemoryMessage(QzSysError::eWARNING, counter.message,
+                                static_cast<long long>(counter.bytes));
+            any_held = true;
+        }
     }
+    if (any_held)
+        return;
+    std::free(g_callbacks.items);
+    g_callbacks = ExternalCallbacks{};
+    ResetMaxRegionSize();
+    ReleaseSpareMallocRegion();
+    QzMemoryTables::Destroy(g_check.on != 0);
     g_built = false;
     QzSysMemory::Terminate();
     QzSysError::Terminate();
@@ -91,6 +259,103 @@ void QzMemory::Terminate()
 int QzMemory::IsInitialised()
 {
     return g_memory_component.IsInitialised();
+}
+
+static unsigned RoundToAlignment(unsigned size, QzMemory::Alignment alignment)
+{
+    unsigned const unit = alignment >= 8 ? 8u : 4u;
+    if (size > 0xFFFFFFFFu - (unit - 1))
+        return size;  // the size check refuses it anyway
+    return (size + unit - 1) & ~(unit - 1);
+}
+
+static bool IsMedium(unsigned size)
+{
+    return g_use_medium.on != 0 && size > QzMemoryTables::kMaxSmallSize &&
+           size <= QzMemoryTables::kMaxMediumSize;
+}
+
+// Large requests that get a region of their own.
+static bool IsDirectRegion(unsigned size)
+{
+    return g_force_malloc_region == 0 &&
+           (size >= kDirectRegionThreshold || size % QzMemory::GetRegionSize() == 0);
+}
+
+// An arena allocation under the memory lock, counted as `counted` bytes,
+// retried while the new-handler frees memory.
+static void *AllocFromArena(QzRawArena *arena, unsigned counted, unsigned size, int try_only)
+{
+    for (;;) {
+        void *block;
+        {
+            MemoryLockScope lock;
+            block = arena->Alloc();
+            if (block != nullptr)
+                AddLocked(g_counters.arena, counted);
+        }
+        if (block != nullptr || !RetryAfterFailure(size, try_only))
+            return block;
+    }
+}
+
+static void DeallocToArena(QzRawArena *arena, void *block, unsigned counted)
+{
+    MemoryLockScope lock;
+    arena->Dealloc(block);
+    SubtractLocked(g_counters.arena, counted);
+}
+
+// Where a heap block stands in for a direct region, the byte before the
+// block says how far past the heap block's start it is.
+static constexpr unsigned char kHeapOffset = 8;
+static constexpr unsigned char kHeapOffsetAtRegionBoundary = 16;
+
+static void *AllocDirectRegion(unsigned size, int try_only)
+{
+    for (;;) {
+        void *region = QzSysMemory::Reserve(size, QzSysMemory::eLIFETIME_NORMAL);
+        if (region != nullptr && QzSysMemory::Commit(region, size)) {
+            MemoryLockScope lock;
+            AddLocked(g_counters.region, size);
+            return region;
+        }
+        if (region != nullptr)
+            QzSysMemory::Release(region, size);
+        // The handler is asked as for a try: the heap is still there.
+        if (!RetryAfterFailure(size, 1))
+            break;
+    }
+    auto *heap = static_cast<unsigned char *>(QzMemory::MallocEx(size + 16, try_only));
+    if (heap == nullptr)
+        return nullptr;
+    unsigned char offset = kHeapOffset;
+    // A region-aligned result would be taken for a region at release.
+    if ((reinterpret_cast<std::uintptr_t>(heap + offset) & (QzMemory::GetRegionSize() - 1)) == 0)
+        offset = kHeapOffsetAtRegionBoundary;
+    heap[offset - 1] = offset;
+    return heap + offset;
+}
+
+static void DeallocDirectRegion(void *block, unsigned size)
+{
+    auto *bytes = static_cast<unsigned char *>(block);
+    if ((reinterpret_cast<std::uintptr_t>(bytes) & (QzMemory::GetRegionSize() - 1)) == 0) {
+        QzSysMemory::Release(block, size);
+        MemoryLockScope lock;
+        SubtractLocked(g_counters.region, size);
+        return;
+    }
+    unsigned char const offset = bytes[-1];
+    if (offset != kHeapOffset && offset != kHeapOffsetAtRegionBoundary) {
+        QzPostMemoryMessage(QzSysError::eERROR,
+                            u"Dealloc: Large Block %llx not region aligned and has invalid "
+                            u"offset %d",
+                            static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(block)),
+                            static_cast<int>(offset));
+        return;
+    }
+    QzMemory::Free(bytes - offset);
 }
 
 void *QzMemory::Alloc(unsigned size, Alignment alignment)
@@ -103,16 +368,74 @@ void *QzMemory::TryAlloc(unsigned size, Alignment alignment)
     return AllocEx(size, alignment, 1);
 }
 
-void *QzMemory::AllocEx(unsigned size, Alignment, int try_only)
+void *QzMemory::AllocEx(unsigned size, Alignment alignment, int try_only)
 {
     if (size == 0)
         return nullptr;
+    if (g_force_malloc.on)
+        return MallocEx(size, try_only);
+    if (!try_only)
+        CheckSize(size);
+    if (size <= QzMemoryTables::kMaxSmallSize) {
+        unsigned const rounded = RoundToAlignment(size, alignment);
+        return AllocFromArena(QzMemoryTables::Small(rounded), rounded, size, try_only);
+    }
+    if (IsMedium(size)) {
+        QzRawArena *arena = QzMemoryTables::Medium(size);
+        return AllocFromArena(arena, arena->GetObjectSize(), size, try_only);
+    }
+    if (IsDirectRegion(size))
+        return AllocDirectRegion(size, try_only);
+    if (QzRawArena *arena = QzMemoryTables::Large(size))
+        return AllocFromArena(arena, size, size, try_only);
     return MallocEx(size, try_only);
 }
 
-void QzMemory::Dealloc(void *block, unsigned, Alignment)
+void QzMemory::Dealloc(void *block, unsigned size, Alignment alignment)
 {
+    if (block == nullptr)
+        return;
+    if (g_force_malloc.on) {
+        Free(block);
+        return;
+    }
+    if (size <= QzMemoryTables::kMaxSmallSize) {
+        unsigned const rounded = RoundToAlignment(size, alignment);
+        DeallocToArena(QzMemoryTables::Small(rounded), block, rounded);
+        return;
+    }
+    if (IsMedium(size)) {
+        QzRawArena *arena = QzMemoryTables::Medium(size);
+        DeallocToArena(arena, block, arena->GetObjectSize());
+        return;
+    }
+    if (IsDirectRegion(size)) {
+        DeallocDirectRegion(block, size);
+        return;
+    }
+    if (QzRawArena *arena = QzMemoryTables::Large(size)) {
+        DeallocToArena(arena, block, size);
+        return;
+    }
     Free(block);
+}
+
+// True when a block of `size` lives in the heap as a plain large block.
+static bool IsHeapBlock(unsigned size)
+{
+    unsigned const largest_class =
+        g_use_medium.on ? QzMemoryTables::kMaxMediumSize : QzMemoryTables::kMaxSmallSize;
+    return size > largest_class && !IsDirectRegion(size) && QzMemoryTables::Large(size) == nullptr;
+}
+
+static bool IsSameClass(unsigned old_size, unsigned new_size, QzMemory::Alignment alignment)
+{
+    unsigned const small = QzMemoryTables::kMaxSmallSize;
+    if (old_size <= small && new_size <= small)
+        return RoundToAlignment(old_size, alignment) == RoundToAlignment(new_size, alignment);
+    if (IsMedium(old_size) && IsMedium(new_size))
+        return QzMemoryTables::Medium(old_size) == QzMemoryTables::Medium(new_size);
+    return false;
 }
 
 void *QzMemory::Resize(void *block, unsigned old_size, unsigned new_size, Alignment alignment)
@@ -126,16 +449,19 @@ void *QzMemory::Resize(void *block, unsigned old_size, unsigned new_size, Alignm
     if (block == nullptr)
         return AllocEx(new_size, alignment, 0);
     CheckSize(old_size);
-    return ReallocEx(block, new_size, 0);
-}
-
-// Rounds up to a multiple of 8 for alignments of 8 and above, else of 4.
-static unsigned RoundToAlignment(unsigned size, QzMemory::Alignment alignment)
-{
-    unsigned const unit = alignment >= 8 ? 8u : 4u;
-    if (size > 0xFFFFFFFFu - (unit - 1))
-        return size;  // the size check refuses it anyway
-    return (size + unit - 1) & ~(unit - 1);
+    CheckSize(new_size);
+    if (g_force_malloc.on)
+        return ReallocEx(block, new_size, 0);
+    if (IsSameClass(old_size, new_size, alignment))
+        return block;
+    if (IsHeapBlock(old_size) && IsHeapBlock(new_size))
+        return ReallocEx(block, new_size, 0);
+    void *moved = AllocEx(new_size, alignment, 0);
+    if (moved == nullptr)
+        return nullptr;  // the old block stays valid
+    std::memcpy(moved, block, std::min(old_size, new_size));
+    Dealloc(block, old_size, alignment);
+    return moved;
 }
 
 void *QzMemory::Expand(void *block, unsigned *size, unsigned new_size, Alignment alignment)
@@ -156,13 +482,14 @@ void *QzMemory::Compact(void *block, unsigned size, Alignment)
 
 unsigned QzMemory::GetBestBlockSize(unsigned size)
 {
-    if (size <= 4)
-        return 4;
+    if (QzMemoryTables::IsBuilt())
+        return QzMemoryTables::BestBlockSize(size);
+    // Before the tables exist: the power of two, so buffers still double.
     if (size > 0x80000000u)
         return size;
-    unsigned best = 8;
+    unsigned best = 4;
     while (best < size)
-        best <<= 1;
+        best *= 2;
     return best;
 }
 
@@ -183,7 +510,7 @@ void *QzMemory::MallocEx(unsigned size, int try_only)
     for (;;) {
         void *block = std::malloc(size);
         if (block != nullptr) {
-            g_malloc_bytes += QzSysHeap::GetUsableSize(block);
+            g_counters.malloc += QzSysHeap::GetUsableSize(block);
             return block;
         }
         if (!RetryAfterFailure(size, try_only))
@@ -215,8 +542,8 @@ void *QzMemory::ReallocEx(void *block, unsigned size, int try_only)
     for (;;) {
         void *moved = std::realloc(block, size);
         if (moved != nullptr) {
-            g_malloc_bytes += QzSysHeap::GetUsableSize(moved);
-            g_malloc_bytes -= old_true_size;
+            g_counters.malloc += QzSysHeap::GetUsableSize(moved);
+            g_counters.malloc -= old_true_size;
             return moved;
         }
         if (!RetryAfterFailure(size, try_only))
@@ -228,8 +555,64 @@ void QzMemory::Free(void *block)
 {
     if (block == nullptr)
         return;
-    g_malloc_bytes -= QzSysHeap::GetUsableSize(block);
+    g_counters.malloc -= QzSysHeap::GetUsableSize(block);
     std::free(block);
+}
+
+void *QzMemory::AllocRegion(unsigned size, Lifetime lifetime)
+{
+    return AllocRegionEx(size, lifetime, 0);
+}
+
+void *QzMemory::TryAllocRegion(unsigned size, Lifetime lifetime)
+{
+    return AllocRegionEx(size, lifetime, 1);
+}
+
+void *QzMemory::AllocRegionEx(unsigned size, Lifetime, int try_only)
+{
+    if (!try_only)
+        CheckSize(size);
+    unsigned const region_size = GetRegionSize();
+    if (g_force_malloc_region) {
+        // A heap block rounded up to a region boundary, with the heap
+        // pointer in the word before the region.
+        auto *heap = static_cast<unsigned char *>(MallocEx(region_size + size, try_only));
+        if (heap == nullptr)
+            return nullptr;
+        std::uintptr_t const start = reinterpret_cast<std::uintptr_t>(heap);
+        auto *region = reinterpret_cast<unsigned char *>((start + region_size) &
+                                                         ~static_cast<std::uintptr_t>(region_size - 1));
+        std::memcpy(region - sizeof(void *), &heap, sizeof(void *));
+        return region;
+    }
+    for (;;) {
+        void *region = QzSysMemory::Reserve(size, QzSysMemory::eLIFETIME_NORMAL);
+        if (region != nullptr && QzSysMemory::Commit(region, size)) {
+            MemoryLockScope lock;
+            AddLocked(g_counters.region, size);
+            return region;
+        }
+        if (region != nullptr)
+            QzSysMemory::Release(region, size);
+        if (!RetryAfterFailure(size, try_only))
+            return nullptr;
+    }
+}
+
+void QzMemory::DeallocRegion(void *region, unsigned size, Lifetime)
+{
+    if (region == nullptr)
+        return;
+    if (g_force_malloc_region) {
+        void *heap;
+        std::memcpy(&heap, static_cast<unsigned char *>(region) - sizeof(void *), sizeof(void *));
+        Free(heap);
+        return;
+    }
+    QzSysMemory::Release(region, size);
+    MemoryLockScope lock;
+    SubtractLocked(g_counters.region, size);
 }
 
 // The global operator new's handler while a QzMemory handler is set: the
@@ -253,22 +636,258 @@ QzMemory::NewHandler QzMemory::GetNewHandler()
     return g_new_handler.load();
 }
 
+void QzMemory::ReportExternalAlloc(unsigned size)
+{
+    g_counters.external += size;
+}
+
+void QzMemory::ReportExternalDealloc(unsigned size)
+{
+    g_counters.external -= size;
+}
+
+void QzMemory::RegisterExternalMemoryAllocatedCB(ExternalMemoryCallback callback)
+{
+    MemoryLockScope lock;
+    if (g_callbacks.count == g_callbacks.capacity) {
+        unsigned const capacity = g_callbacks.capacity == 0 ? 4 : g_callbacks.capacity * 2;
+        auto *items = static_cast<ExternalMemoryCallback *>(
+            std::realloc(g_callbacks.items, capacity * sizeof(ExternalMemoryCallback)));
+        if (items == nullptr) {
+            QzPostMemoryMessage(QzSysError::eERROR,
+                                u"QzMemory: no memory to register an external memory callback\n");
+            return;
+        }
+        g_callbacks.items = items;
+        g_callbacks.capacity = capacity;
+    }
+    g_callbacks.items[g_callbacks.count++] = callback;
+}
+
+void QzMemory::UnregisterExternalMemoryAllocatedCB(ExternalMemoryCallback callback)
+{
+    MemoryLockScope lock;
+    for (unsigned i = 0; i < g_callbacks.count; ++i) {
+        if (g_callbacks.items[i] == callback) {
+            g_callbacks.items[i] = g_callbacks.items[--g_callbacks.count];
+            return;
+        }
+    }
+}
+
+int QzMemory::ReserveSpareMallocRegion()
+{
+    if (g_spare_region != nullptr)
+        return 1;
+    g_spare_region = QzSysMemory::Reserve(kSpareMallocRegionSize, QzSysMemory::eLIFETIME_NORMAL);
+    if (g_spare_region == nullptr)
+        return 0;
+    QzPostMemoryMessage(QzSysError::eINFO,
+                        u"ReserveSpareMallocRegion: Reserved region of %d MB for malloc",
+                        static_cast<int>(kSpareMallocRegionSize >> 20));
+    return 1;
+}
+
+int QzMemory::HaveReservedSpareMallocRegion()
+{
+    return g_spare_region != nullptr ? 1 : 0;
+}
+
+int QzMemory::ReleaseSpareMallocRegion()
+{
+    if (g_spare_region == nullptr)
+        return 0;
+    QzSysMemory::Release(g_spare_region, kSpareMallocRegionSize);
+    g_spare_region = nullptr;
+    return 1;
+}
+
+void QzMemory::RestrictMaxRegionSize(unsigned limit)
+{
+    QzSysMemory::RestrictMaxRegionSize(limit);
+}
+
+void QzMemory::ResetMaxRegionSize()
+{
+    QzSysMemory::ResetMaxRegionSize();
+}
+
+void QzMemory::CheckMemory()
+{
+    {
+        MemoryLockScope lock;
+        for (unsigned i = 0; QzRawArena *arena = QzMemoryTables::ArenaAt(i); ++i)
+            arena->CheckArena();
+    }
+    QzSysMemory::CheckHeaps();
+}
+
 void QzMemory::SetForceMalloc(int on)
 {
-    g_force_malloc = on;
+    g_force_malloc = {on, true};
 }
 
 int QzMemory::IsForceMalloc()
 {
-    return g_force_malloc;
+    return g_force_malloc.on;
+}
+
+void QzMemory::SetScrubMemory(int on)
+{
+    g_scrub = {on, true};
+}
+
+int QzMemory::IsScrubMemory()
+{
+    return g_scrub.on;
+}
+
+void QzMemory::SetCheckMemory(int on)
+{
+    g_check = {on, true};
+}
+
+int QzMemory::IsCheckMemory()
+{
+    return g_check.on;
+}
+
+// Marked as set by program too: the switch only takes effect when the tables
+// are built, at the first Initialise, and should not be undone there.
+void QzMemory::SetUseMediumBlockAllocator(int on)
+{
+    g_use_medium = {on, true};
+}
+
+int QzMemory::IsUseMediumBlockAllocator()
+{
+    return g_use_medium.on;
+}
+
+unsigned QzMemory::GetPageSize()
+{
+    return QzSysMemory::GetPageSize();
+}
+
+unsigned QzMemory::GetRegionSize()
+{
+    return QzSysMemory::GetRegionSize();
+}
+
+// A page block leaves room for the page header; a region block for the
+// region's and the first page's headers.
+unsigned QzMemory::GetPageBlockSize()
+{
+    return GetPageSize() - 8;
+}
+
+unsigned QzMemory::GetRegionBlockSize()
+{
+    return GetRegionSize() - 24;
+}
+
+unsigned QzMemory::GetMaxSmallBlockSize()
+{
+    return QzMemoryTables::kMaxSmallSize;
+}
+
+unsigned QzMemory::GetMaxMediumBlockSize()
+{
+    return g_use_medium.on ? QzMemoryTables::kMaxMediumSize : QzMemoryTables::kMaxSmallSize;
+}
+
+LtNat64 QzMemory::GetArenaMemoryAllocated()
+{
+    return g_counters.arena.load(std::memory_order_relaxed);
 }
 
 LtNat64 QzMemory::GetMallocMemoryAllocated()
 {
-    return g_malloc_bytes.load();
+    return g_counters.malloc.load(std::memory_order_relaxed);
+}
+
+LtNat64 QzMemory::GetRegionMemoryAllocated()
+{
+    return g_counters.region.load(std::memory_order_relaxed);
+}
+
+LtNat64 QzMemory::GetExternalMemoryAllocated()
+{
+    return g_counters.external.load(std::memory_order_relaxed);
+}
+
+LtNat64 QzMemory::GetDirectMemoryAllocated()
+{
+    return GetArenaMemoryAllocated() + GetMallocMemoryAllocated() + GetRegionMemoryAllocated();
 }
 
 LtNat64 QzMemory::GetMemoryAllocated()
 {
-    return g_malloc_bytes.load();
+    LtNat64 total = GetDirectMemoryAllocated() + GetExternalMemoryAllocated();
+    // Each callback runs outside the lock, which is taken again to find the
+    // next: a callback may allocate, or unregister itself.
+    for (unsigned i = 0;; ++i) {
+        ExternalMemoryCallback callback = nullptr;
+        {
+            MemoryLockScope lock;
+            if (i < g_callbacks.count)
+                callback = g_callbacks.items[i];
+        }
+        if (callback == nullptr)
+            return total;
+        total += callback();
+    }
+}
+
+unsigned QzMemory::GetHistogramFirstSize()
+{
+    return 4;
+}
+
+unsigned QzMemory::GetHistogramNextSize(unsigned size)
+{
+    if (size < QzMemoryTables::kMaxSmallSize)
+        return size + 4;
+    if (g_use_medium.on && size < QzMemoryTables::kMaxMediumSize) {
+        if (unsigned const medium = QzMemoryTables::NextMediumSize(size))
+            return medium;
+    }
+    unsigned const next = GetBestBlockSize(size + 1);
+    return next < GetRegionSize() ? next : 0;
+}
+
+unsigned QzMemory::GetHistogramNumBlocks(unsigned size)
+{
+    MemoryLockScope lock;
+    QzRawArena const *arena = QzMemoryTables::ArenaForSize(size);
+    return arena != nullptr ? arena->GetBlocksAllocated() : 0;
+}
+
+unsigned QzMemory::GetHistogramRegionSize(unsigned size)
+{
+    QzRawArena const *arena = QzMemoryTables::ArenaForSize(size);
+    return arena != nullptr ? arena->GetRegionSize() : 0;
+}
+
+LtNat64 QzMemory::GetHistogramCommittedMemory(unsigned size)
+{
+    MemoryLockScope lock;
+    QzRawArena const *arena = QzMemoryTables::ArenaForSize(size);
+    return arena != nullptr ? arena->GetCommittedMemory() : 0;
+}
+
+LtNat64 QzMemory::GetHistogramReservedMemory(unsigned size)
+{
+    MemoryLockScope lock;
+    QzRawArena const *arena = QzMemoryTables::ArenaForSize(size);
+    return arena != nullptr ? arena->GetReservedMemory() : 0;
+}
+
+// The largest block that an arena serves: the last size of the walk.
+unsigned QzMemory::GetHistogramMaxBlockSize()
+{
+    unsigned largest = 0;
+    for (unsigned size = GetHistogramFirstSize(); size != 0; size = GetHistogramNextSize(size))
+        largest = size;
+    return largest;
 }
