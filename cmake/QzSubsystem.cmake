@@ -30,6 +30,9 @@ function(qz_add_subsystem name)
   target_compile_definitions(${target} PRIVATE QZUTIL_BUILDING
     QZUTIL_VERSION_TEXT="${PROJECT_VERSION}")
   qz_apply_warnings(${target})
+  # The library's functions are not interposed (see -Bsymbolic-functions on
+  # the shared library), so the compiler may inline across them.
+  target_compile_options(${target} PRIVATE -fno-semantic-interposition)
   foreach(dep IN LISTS ARG_DEPENDS)
     target_link_libraries(${target} PUBLIC qz_${dep})
   endforeach()

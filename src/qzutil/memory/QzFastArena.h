@@ -22,15 +22,16 @@ struct QzFastArenaPage;
 //            QzMemory, whatever blocks are still out. Not copyable.
 // Threads:   no lock; one owner at a time. Only chunk requests take the
 //            memory lock, inside QzMemory.
-// Invariant: every chunk is either in use (its blocks out, free, or still
-//            unbumped in the current chunk, which is the head of the list)
-//            or held; blocks left counts the unbumped blocks of the head.
+// Invariant: every chunk is either in use (each block out, on the free list,
+//            or not yet bumped) or held with all its blocks free; only the
+//            current chunk, the one last taken, has blocks not yet bumped.
 class QZUTIL_API QzFastArena {
 public:
     // An arena to be set up by Init; it holds nothing and allocates nothing
     // before then.
     QzFastArena();
-    // Chunks of QzMemory::GetBestBlockSize(256 * stride) bytes.
+    // Chunks of QzMemory::GetBestBlockSize(256 * stride) bytes. These and
+    // Init need QzMemory to be initialised.
     QzFastArena(unsigned object_size, unsigned alignment);
     // Chunks of QzMemory::GetBestBlockSize(page_size) bytes, raised to the
     // best size of one stride where that is smaller.
@@ -78,6 +79,8 @@ private:
     void ScrubFreshBlock(unsigned char *block) const;
     void ScrubReleasedBlock(unsigned char *block) const;
     void ScrubPageInUse(QzFastArenaPage *page) const;
+    // Bytes of a chunk taken by whole blocks; the tail behind them is unused.
+    unsigned GetBlocksBytes() const { return m_page_size / m_aligned_size * m_aligned_size; }
 
     unsigned m_object_size = 0;
     unsigned m_alignment = 0;
@@ -87,7 +90,7 @@ private:
     void *m_free_list = nullptr;  // blocks given back, linked through their first 8 bytes
     char *m_next_block = nullptr;  // bump pointer in the head chunk
     unsigned m_blocks_left = 0;    // unbumped blocks at m_next_block
-    QzFastArenaPage *m_pages = nullptr;  // chunks in use; the head is the current one
+    QzFastArenaPage *m_pages = nullptr;  // chunks in use
     QzFastArenaPage *m_pages_tail = nullptr;
     QzFastArenaPage *m_free_pages = nullptr;  // chunks held for reuse
 };

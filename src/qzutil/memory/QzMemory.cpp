@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <thread>
 
 #include "qzutil/frame/QzComponent.h"
 #include "qzutil/frame/QzSysError.h"
@@ -59,8 +60,8 @@ struct ExternalCallbacks {
     unsigned capacity;
 };
 
-// Messages posted while this thread holds the memory lock wait here: a
-// handler may allocate, and the lock is not recursive.
+// Messages posted while the memory lock is held wait here, guarded by that
+// lock: a handler may allocate, and the lock is not recursive.
 struct PendingPosts {
     static constexpr int kMax = 8;
     int count;
@@ -78,15 +79,17 @@ static Switch g_check;
 static Switch g_force_malloc;
 static Switch g_use_medium = {1, false};
 static int g_force_malloc_region;
+QzMemoryModes g_memory_modes;
 static QzSpinLock g_lock;
+// The thread that holds g_lock, so that a post from under it is deferred.
+static std::atomic<std::thread::id> g_lock_owner;
+static PendingPosts g_pending;  // guarded by g_lock
 static Counters g_counters;
 static ExternalCallbacks g_callbacks;
 static std::atomic<QzMemory::NewHandler> g_new_handler;
 static void *g_spare_region;
-static thread_local int t_lock_depth;
-static thread_local PendingPosts t_pending;
 
-static void PostPending();
+static void UnlockAndPostPending();
 
 // Holds the memory lock; posts deferred under it go out after release.
 class MemoryLockScope {
@@ -94,14 +97,16 @@ public:
     MemoryLockScope()
     {
         g_lock.Lock();
-        ++t_lock_depth;
+        g_lock_owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
     }
     ~MemoryLockScope()
     {
-        --t_lock_depth;
+        if (g_pending.count != 0) {
+            UnlockAndPostPending();
+            return;
+        }
+        g_lock_owner.store(std::thread::id(), std::memory_order_relaxed);
         g_lock.Unlock();
-        if (t_pending.count != 0)
-            PostPending();
     }
     MemoryLockScope(MemoryLockScope const &) = delete;
     MemoryLockScope &operator=(MemoryLockScope const &) = delete;
@@ -114,26 +119,29 @@ void QzPostMemoryMessage(QzSysError::Severity severity, LtWChar const *format, .
     va_start(args, format);
     QzSysString::WideVsprintf(message, kMessageLimit, format, args);
     va_end(args);
-    if (t_lock_depth == 0) {
+    if (g_lock_owner.load(std::memory_order_relaxed) != std::this_thread::get_id()) {
         QzSysError::PostFixed(severity, &g_memory_component, -1, nullptr, 0, message);
         return;
     }
-    if (t_pending.count == PendingPosts::kMax) {
-        ++t_pending.dropped;
+    if (g_pending.count == PendingPosts::kMax) {
+        ++g_pending.dropped;
         return;
     }
-    t_pending.severity[t_pending.count] = severity;
-    std::memcpy(t_pending.text[t_pending.count], message, sizeof(message));
-    ++t_pending.count;
+    g_pending.severity[g_pending.count] = severity;
+    std::memcpy(g_pending.text[g_pending.count], message, sizeof(message));
+    ++g_pending.count;
 }
 
-static void PostPending()
+// The slow end of a lock scope that deferred posts: they are copied out under
+// the lock, and posted after it is released.
+static void UnlockAndPostPending()
 {
-    // Copied out first: a handler may allocate and queue posts of its own.
     PendingPosts posts;
-    std::memcpy(&posts, &t_pending, sizeof(posts));
-    t_pending.count = 0;
-    t_pending.dropped = 0;
+    std::memcpy(&posts, &g_pending, sizeof(posts));
+    g_pending.count = 0;
+    g_pending.dropped = 0;
+    g_lock_owner.store(std::thread::id(), std::memory_order_relaxed);
+    g_lock.Unlock();
     for (int i = 0; i < posts.count; ++i)
         QzSysError::PostFixed(posts.severity[i], &g_memory_component, -1, nullptr, 0,
                               posts.text[i]);
@@ -142,16 +150,6 @@ static void PostPending()
                             u"QzMemory: %d more messages found under the memory lock were "
                             u"dropped\n",
                             posts.dropped);
-}
-
-bool QzIsScrubMemory()
-{
-    return g_scrub.on != 0;
-}
-
-bool QzIsCheckMemory()
-{
-    return g_check.on != 0;
 }
 
 // A request above the limit is fatal whatever a handler makes of the post.
@@ -210,6 +208,7 @@ void QzMemory::Initialise()
     QzSysMemory::Initialise();
     ReadSwitch(&g_scrub, "TY_SCRUB_MEMORY");
     ReadSwitch(&g_check, "TY_CHECK_MEMORY");
+    g_memory_modes = {g_scrub.on != 0, g_check.on != 0};
     ReadSwitch(&g_force_malloc, "TY_FORCE_MALLOC");
     g_force_malloc_region = ReadEnvironmentSwitch("TY_FORCE_MALLOC_REGION");
     if (!g_use_medium.by_program)
@@ -735,6 +734,7 @@ int QzMemory::IsForceMalloc()
 void QzMemory::SetScrubMemory(int on)
 {
     g_scrub = {on, true};
+    g_memory_modes.scrub = on != 0;
 }
 
 int QzMemory::IsScrubMemory()
@@ -745,6 +745,7 @@ int QzMemory::IsScrubMemory()
 void QzMemory::SetCheckMemory(int on)
 {
     g_check = {on, true};
+    g_memory_modes.check = on != 0;
 }
 
 int QzMemory::IsCheckMemory()

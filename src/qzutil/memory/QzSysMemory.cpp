@@ -65,10 +65,9 @@ static LtNat64 AddressOf(void const *address)
 
 static void LogReserveFailure(unsigned size)
 {
-    char text[96];
+    char text[96];  // the longest text is 60 bytes: it always fits
     (void)QzSysString::Sprintf(text, sizeof text,
-                               "QzSysMemory::Reserve: Failed to reserve size %d\n",
-                               size);  // the text always fits
+                               "QzSysMemory::Reserve: Failed to reserve size %d\n", size);
     QzSysError::LogUTF8String(text);
 }
 
@@ -76,7 +75,7 @@ static void LogReserveFailure(unsigned size)
 // maps bytes + alignment - page, then unmaps the head before the first
 // aligned address and the tail behind the block. Null if the system refuses,
 // if a trim fails, or if the block would reach kAddressLimit.
-static char *ReserveTrimmed(std::size_t bytes, std::size_t alignment)
+[[nodiscard]] static char *ReserveTrimmed(std::size_t bytes, std::size_t alignment)
 {
     std::size_t span = bytes + alignment - g_page_size;
     auto *mapped = static_cast<char *>(QzSysVirtualMemory::MapReserved(span));
@@ -110,14 +109,14 @@ static bool IsCachedSize(unsigned size)
     return size == g_region_size && size != 0 && g_sys_memory_component.IsInitialised();
 }
 
-static void *TakeCachedRegion()
+[[nodiscard]] static void *TakeCachedRegion()
 {
     QzSysAutoLock hold(&g_cache_lock);
     return g_cached_count == 0 ? nullptr : g_cached_regions[--g_cached_count];
 }
 
 // Keeps a decommitted region for reuse. Returns 1, or 0 when the cache is full.
-static int PutCachedRegion(void *region)
+[[nodiscard]] static int PutCachedRegion(void *region)
 {
     QzSysAutoLock hold(&g_cache_lock);
     if (g_cached_count == kMaxCachedRegions)

@@ -12,9 +12,23 @@
 // against the QzMemory component, id -1, no data.
 void QzPostMemoryMessage(QzSysError::Severity severity, LtWChar const *format, ...);
 
-// The scrub and check switches, read on every arena operation.
-bool QzIsScrubMemory();
-bool QzIsCheckMemory();
+// The scrub and check switches, read on every arena operation; set by
+// QzMemory's setters and its first Initialise.
+struct QzMemoryModes {
+    bool scrub;
+    bool check;
+};
+extern QzMemoryModes g_memory_modes;
+
+inline bool QzIsScrubMemory()
+{
+    return g_memory_modes.scrub;
+}
+
+inline bool QzIsCheckMemory()
+{
+    return g_memory_modes.check;
+}
 
 // The memory lock: held only for the few instructions of an arena operation,
 // so waiting spins (yielding the processor) rather than sleeping.
