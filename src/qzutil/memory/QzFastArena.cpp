@@ -82,10 +82,10 @@ static unsigned FindMismatch(unsigned char const *bytes, unsigned from, unsigned
 
 static void PostMismatch(void const *block, unsigned value, unsigned offset, unsigned expected)
 {
-    QzPostMemoryMessage(
-        QzSysError::eERROR, u"Memory block at %llx has value %x at offset %d, expected %x",
-        static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(block)), value,
-        static_cast<int>(offset), expected);
+    QzPostMemoryMessage(QzSysError::eERROR,
+                        u"Memory block at %llx has value %x at offset %d, expected %x",
+                        static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(block)),
+                        value, static_cast<int>(offset), expected);
 }
 
 // Posts the first byte of [from, to) that is not `expected`; true if all were.
@@ -300,8 +300,7 @@ void QzFastArena::Merge(QzFastArena *other)
         QzPostMemoryMessage(QzSysError::ePRECONDITION,
                             u"QzFastArena::Merge: stride %d and page size %d differ from %d "
                             u"and %d\n",
-                            other->m_aligned_size, other->m_page_size, m_aligned_size,
-                            m_page_size);
+                            other->m_aligned_size, other->m_page_size, m_aligned_size, m_page_size);
         return;
     }
     m_blocks_allocated += other->m_blocks_allocated;

@@ -87,9 +87,9 @@ private:
     unsigned m_aligned_size = 0;  // block stride, bytes
     unsigned m_page_size = 0;     // chunk size, bytes
     unsigned m_blocks_allocated = 0;
-    void *m_free_list = nullptr;  // blocks given back, linked through their first 8 bytes
-    char *m_next_block = nullptr;  // bump pointer in the head chunk
-    unsigned m_blocks_left = 0;    // unbumped blocks at m_next_block
+    void *m_free_list = nullptr;         // blocks given back, linked through their first 8 bytes
+    char *m_next_block = nullptr;        // bump pointer in the head chunk
+    unsigned m_blocks_left = 0;          // unbumped blocks at m_next_block
     QzFastArenaPage *m_pages = nullptr;  // chunks in use
     QzFastArenaPage *m_pages_tail = nullptr;
     QzFastArenaPage *m_free_pages = nullptr;  // chunks held for reuse

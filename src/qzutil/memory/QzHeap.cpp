@@ -8,8 +8,7 @@
 static constexpr QzMemory::Alignment kHeapAlignment = 1;
 
 QzHeap::QzHeap(unsigned min_size, unsigned max_size) : m_min_size(min_size), m_max_size(max_size)
-{
-}
+{}
 
 void *QzHeap::Alloc(unsigned size)
 {
