@@ -177,7 +177,7 @@ TEST_F(QzFastArenaTest, ExplicitPageSizeAndInit)
     EXPECT_EQ(later.GetPageSize(), explicit_page.GetPageSize());
     ASSERT_NE(later.Alloc(), nullptr);
     // Init again gives everything back first; the fixture sees no leak.
-    later.Init(3, 1);
+    later.Init(3, 2048, 1);
     EXPECT_EQ(later.GetCommittedPages(), 0u);
     EXPECT_EQ(later.GetBlocksAllocated(), 0u);
     EXPECT_EQ(later.GetAlignedSize(), 8u);

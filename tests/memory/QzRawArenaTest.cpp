@@ -274,6 +274,7 @@ TEST(QzRawArenaDeathTest, SanitizerSeesUseAfterFreeAndOverflow)
 {
     QzMemory::Initialise();
     QzRawArena arena(40, 8, 0);
+    void *keeper = arena.Alloc();  // keeps the page mapped after `block` goes
     auto *block = static_cast<unsigned char volatile *>(arena.Alloc());
     arena.Dealloc(const_cast<unsigned char *>(block));
     EXPECT_DEATH({ (void)block[8]; }, "use-after-poison");
@@ -281,6 +282,7 @@ TEST(QzRawArenaDeathTest, SanitizerSeesUseAfterFreeAndOverflow)
     auto *object = static_cast<unsigned char volatile *>(padded.Alloc());
     EXPECT_DEATH({ object[46] = 1; }, "use-after-poison");
     padded.Dealloc(const_cast<unsigned char *>(object));
+    arena.Dealloc(keeper);
     QzMemory::Terminate();
 }
 #endif

@@ -82,9 +82,9 @@ static unsigned FindMismatch(unsigned char const *bytes, unsigned from, unsigned
 
 static void PostMismatch(void const *block, unsigned value, unsigned offset, unsigned expected)
 {
+    auto const address = static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(block));
     QzPostMemoryMessage(QzSysError::eERROR,
-                        u"Memory block at %llx has value %x at offset %d, expected %x",
-                        static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(block)),
+                        u"Memory block at %llx has value %x at offset %d, expected %x", address,
                         value, static_cast<int>(offset), expected);
 }
 
