@@ -4,8 +4,6 @@
 
 #include "qzutil/memory/QzMemory.h"
 
-#include <gtest/gtest.h>
-
 #include <sys/resource.h>
 
 #include <cstdlib>
@@ -14,10 +12,13 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "qzutil/frame/QzComponent.h"
 #include "qzutil/frame/QzSysError.h"
 #include "qzutil/memory/QzDeletable.h"
 #include "qzutil/memory/QzSysMemory.h"
+
 #include "support/QzTestSupport.h"
 
 namespace {
@@ -130,11 +131,11 @@ TEST_F(QzMemoryTest, BestBlockSizes)
 {
     if (!HasReferenceGeometry() || !QzMemory::IsUseMediumBlockAllocator())
         GTEST_SKIP() << "worked numbers need 4 KiB pages, 64 KiB regions, medium blocks";
-    unsigned const rows[][2] = {
-        {1, 4},         {4, 4},         {5, 8},         {300, 512},     {512, 512},
-        {513, 1016},    {1016, 1016},   {1017, 2032},   {2033, 4064},   {4065, 8128},
-        {8129, 16256},  {16256, 16256}, {16257, 32744}, {32744, 32744}, {32745, 65536},
-        {65536, 65536}, {65537, 131072}};
+    unsigned const rows[][2] = {{1, 4},         {4, 4},         {5, 8},         {300, 512},
+                                {512, 512},     {513, 1016},    {1016, 1016},   {1017, 2032},
+                                {2033, 4064},   {4065, 8128},   {8129, 16256},  {16256, 16256},
+                                {16257, 32744}, {32744, 32744}, {32745, 65536}, {65536, 65536},
+                                {65537, 131072}};
     for (auto const &row : rows)
         EXPECT_EQ(QzMemory::GetBestBlockSize(row[0]), row[1]) << row[0];
     EXPECT_EQ(QzMemory::GetMaxSmallBlockSize(), 512u);
@@ -146,8 +147,7 @@ TEST(QzMemoryBuildTest, MediumArenasAndLargeTable)
 {
     QzSysError::ClearLogBuffer();
     QzMemory::Initialise();
-    bool const reference = QzMemory::GetPageSize() == 4096 &&
-                           QzMemory::GetRegionSize() == 65536 &&
+    bool const reference = QzMemory::GetPageSize() == 4096 && QzMemory::GetRegionSize() == 65536 &&
                            QzMemory::IsUseMediumBlockAllocator();
     std::string const log = ReplayLog();
     if (reference) {
@@ -258,8 +258,7 @@ TEST_F(QzMemoryTest, HistogramCountsBlocks)
         blocks.push_back(QzMemory::Alloc(40, 8));
     EXPECT_EQ(QzMemory::GetHistogramNumBlocks(40), before + 1000);
     EXPECT_GE(QzMemory::GetHistogramCommittedMemory(40), 40000u);
-    EXPECT_GE(QzMemory::GetHistogramReservedMemory(40),
-              QzMemory::GetHistogramCommittedMemory(40));
+    EXPECT_GE(QzMemory::GetHistogramReservedMemory(40), QzMemory::GetHistogramCommittedMemory(40));
     for (void *block : blocks)
         QzMemory::Dealloc(block, 40, 8);
     EXPECT_EQ(QzMemory::GetHistogramNumBlocks(40), before);
@@ -332,9 +331,8 @@ TEST(QzMemoryDeathTest, BadSizeIsFatalEvenWhenTaken)
             QzMemory::Initialise();
             QzSysError::SetHandler(QzPostRecorder::Handler, QzSysError::eANY,
                                    static_cast<QzComponent *>(nullptr), -1);
-            QzSysError::SetDebugBreakCB([] {
-                std::fputs(ToUtf8(QzPostRecorder::Posts().back().message).c_str(), stderr);
-            });
+            QzSysError::SetDebugBreakCB(
+                [] { std::fputs(ToUtf8(QzPostRecorder::Posts().back().message).c_str(), stderr); });
             QzMemory::Alloc(0xFFFFFFFFu, 1);
         },
         testing::KilledBySignal(SIGABRT), "QzMemory: Bad size -1\n");
@@ -372,7 +370,8 @@ static void ExhaustAddressSpace()
 
 TEST(QzMemoryDeathTest, NewHandlerIsAskedOnFailure)
 {
-    if (std::getenv("TY_FORCE_MALLOC") != nullptr || std::getenv("TY_FORCE_MALLOC_REGION") != nullptr)
+    if (std::getenv("TY_FORCE_MALLOC") != nullptr ||
+        std::getenv("TY_FORCE_MALLOC_REGION") != nullptr)
         GTEST_SKIP() << "the region path is switched off";
     EXPECT_EXIT(ExhaustAddressSpace(), testing::ExitedWithCode(0),
                 "^1 1 1 1073741824/1 1073741840/0 \\| 1073741825/1 1073741841/1 \\| 0/0 $");

@@ -4,17 +4,18 @@
 
 #include "qzutil/memory/QzRawArena.h"
 
-#include <gtest/gtest.h>
-
 #include <sys/resource.h>
 
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "qzutil/frame/QzComponent.h"
 #include "qzutil/frame/QzSysError.h"
 #include "qzutil/memory/QzMemory.h"
+
 #include "support/QzTestSupport.h"
 
 namespace {
@@ -66,9 +67,14 @@ TEST_F(QzRawArenaTest, PageGeometry)
     struct Row {
         unsigned object, alignment, region, aligned, page, blocks;
     } const rows[] = {
-        {3, 1, 0, 4, 4096, 1018},     {16, 8, 0, 16, 4096, 254},   {48, 8, 0, 48, 8192, 170},
-        {64, 8, 0, 64, 8192, 127},    {21, 8, 0, 24, 8192, 340},   {520, 8, 0, 520, 65536, 126},
-        {4224, 8, 131072, 4224, 131072, 31}, {8448, 8, 262144, 8448, 262144, 31},
+        {3, 1, 0, 4, 4096, 1018},
+        {16, 8, 0, 16, 4096, 254},
+        {48, 8, 0, 48, 8192, 170},
+        {64, 8, 0, 64, 8192, 127},
+        {21, 8, 0, 24, 8192, 340},
+        {520, 8, 0, 520, 65536, 126},
+        {4224, 8, 131072, 4224, 131072, 31},
+        {8448, 8, 262144, 8448, 262144, 31},
     };
     for (Row const &row : rows) {
         QzRawArena arena(row.object, row.alignment, row.region);
@@ -169,8 +175,8 @@ TEST_F(QzRawArenaTest, ScrubPatternsAndCheckFindings)
     block[10] = 0x00;  // a write into a free block
     QzPostRecorder::Posts().clear();
     EXPECT_EQ(arena.Alloc(), block);
-    EXPECT_EQ(ToUtf8(LastPost()), std::string("Memory block at ") + address +
-                                      " has value 0 at offset 4, expected dd")
+    EXPECT_EQ(ToUtf8(LastPost()),
+              std::string("Memory block at ") + address + " has value 0 at offset 4, expected dd")
         << "the offset is always 4";
     arena.Dealloc(block);
     arena.Dealloc(keeper);
@@ -234,8 +240,9 @@ TEST_F(QzRawArenaTest, RegionCheckFindsBadLinks)
         *HeaderWord(region, offset) = number + 1;
         EXPECT_EQ(arena.CheckRegion(region), 0);
         std::string const message = ToUtf8(LastPost());
-        EXPECT_NE(message.find(offset == 0 ? "has invalid next pointer" : "has invalid prev pointer"),
-                  std::string::npos)
+        EXPECT_NE(
+            message.find(offset == 0 ? "has invalid next pointer" : "has invalid prev pointer"),
+            std::string::npos)
             << message;
         *HeaderWord(region, offset) = 0;
     }

@@ -7,6 +7,7 @@
 #include "qzutil/frame/QzComponent.h"
 #include "qzutil/frame/QzError.h"
 #include "qzutil/frame/QzSysError.h"
+#include "qzutil/memory/QzMemory.h"
 #include "qzutil/text/QzString.h"
 #include "qzutil/text/QzStringBuffer.h"
 #include "qzutil/text/QzWideString.h"
@@ -84,6 +85,35 @@ static void ShowErrors()
     std::printf("  a warning without a handler was logged and returned\n");
 }
 
+// The size classes in use, from the allocator's histogram walk, and its
+// counters by path.
+static void ShowAllocator()
+{
+    std::printf("\nAllocator (size classes in use):\n");
+    std::printf("  %8s %8s %12s %12s %8s\n", "size", "blocks", "committed", "reserved", "region");
+    unsigned classes = 0;
+    for (unsigned size = QzMemory::GetHistogramFirstSize(); size != 0;
+         size = QzMemory::GetHistogramNextSize(size)) {
+        unsigned const blocks = QzMemory::GetHistogramNumBlocks(size);
+        if (blocks == 0)
+            continue;
+        ++classes;
+        std::printf(
+            "  %8u %8u %10llu K %10llu K %6u K\n", size, blocks,
+            static_cast<unsigned long long>(QzMemory::GetHistogramCommittedMemory(size) >> 10),
+            static_cast<unsigned long long>(QzMemory::GetHistogramReservedMemory(size) >> 10),
+            QzMemory::GetHistogramRegionSize(size) >> 10);
+    }
+    if (classes == 0)
+        std::printf("  (none: every block comes from the heap, TY_FORCE_MALLOC is on)\n");
+    std::printf("  bytes held: %llu in arenas, %llu from the heap, %llu in regions; largest "
+                "arena block %u\n",
+                static_cast<unsigned long long>(QzMemory::GetArenaMemoryAllocated()),
+                static_cast<unsigned long long>(QzMemory::GetMallocMemoryAllocated()),
+                static_cast<unsigned long long>(QzMemory::GetRegionMemoryAllocated()),
+                QzMemory::GetHistogramMaxBlockSize());
+}
+
 static void PrintLogPart(char const *text, void *)
 {
     std::fputs(text, stdout);
@@ -101,6 +131,7 @@ int RunDemoCommand(int argc, char **)
     ShowComponents();
     ShowText();
     ShowErrors();
+    ShowAllocator();
     QzError::Trace(1, "not shown: tracing is off\n");
 
     std::printf("\nThe log so far:\n");

@@ -18,7 +18,8 @@ static QzCommand const kCommands[] = {
      "Initialises the error layer (and with it the log, the allocator and the\n"
      "strings), lists the initialised components, formats narrow and UTF-16\n"
      "text, posts an error that a handler takes and a warning that is only\n"
-     "logged, prints the in-memory log, and shuts everything down again.\n",
+     "logged, shows the allocator's size classes in use, prints the in-memory\n"
+     "log, and shuts everything down again.\n",
      RunDemoCommand},
 };
 

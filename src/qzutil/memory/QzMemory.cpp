@@ -156,8 +156,7 @@ static void UnlockAndPostPending()
 static void CheckSize(unsigned size)
 {
     if (size > kMaxRequestSize) {
-        QzPostMemoryMessage(QzSysError::eERROR, u"QzMemory: Bad size %d\n",
-                            static_cast<int>(size));
+        QzPostMemoryMessage(QzSysError::eERROR, u"QzMemory: Bad size %d\n", static_cast<int>(size));
         QzSysError::Abort();
     }
 }
@@ -347,11 +346,12 @@ static void DeallocDirectRegion(void *block, unsigned size)
     }
     unsigned char const offset = bytes[-1];
     if (offset != kHeapOffset && offset != kHeapOffsetAtRegionBoundary) {
-        QzPostMemoryMessage(QzSysError::eERROR,
-                            u"Dealloc: Large Block %llx not region aligned and has invalid "
-                            u"offset %d",
-                            static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(block)),
-                            static_cast<int>(offset));
+        QzPostMemoryMessage(
+            QzSysError::eERROR,
+            u"Dealloc: Large Block %llx not region aligned and has invalid "
+            u"offset %d",
+            static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(block)),
+            static_cast<int>(offset));
         return;
     }
     QzMemory::Free(bytes - offset);
@@ -580,8 +580,8 @@ void *QzMemory::AllocRegionEx(unsigned size, Lifetime, int try_only)
         if (heap == nullptr)
             return nullptr;
         std::uintptr_t const start = reinterpret_cast<std::uintptr_t>(heap);
-        auto *region = reinterpret_cast<unsigned char *>((start + region_size) &
-                                                         ~static_cast<std::uintptr_t>(region_size - 1));
+        auto *region = reinterpret_cast<unsigned char *>(
+            (start + region_size) & ~static_cast<std::uintptr_t>(region_size - 1));
         std::memcpy(region - sizeof(void *), &heap, sizeof(void *));
         return region;
     }

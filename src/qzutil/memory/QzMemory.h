@@ -35,7 +35,10 @@ public:
     using Alignment = unsigned;
 
     // Where a region goes in the address space; not looked at here.
-    enum Lifetime : int { eLIFETIME_NORMAL = 0, eLIFETIME_TOP_DOWN = -1 };
+    enum Lifetime : int {
+        eLIFETIME_NORMAL = 0,
+        eLIFETIME_TOP_DOWN = -1
+    };
 
     // Called when an allocation fails, with the size asked and the try flag.
     // Non-zero means "memory was freed, try again".

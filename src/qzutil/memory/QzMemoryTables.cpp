@@ -39,8 +39,8 @@ constexpr MediumRange kMediumRanges[QzMemoryTables::kMediumTables] = {
 
 struct Tables {
     alignas(QzRawArena) unsigned char storage[kMaxArenas][sizeof(QzRawArena)];
-    unsigned arena_count;  // arenas placed in storage, in order of creation
-    unsigned medium_first; // index in storage of the first medium arena
+    unsigned arena_count;   // arenas placed in storage, in order of creation
+    unsigned medium_first;  // index in storage of the first medium arena
     unsigned medium_count;
     QzRawArena *small[kSmallArenas];  // index size / 4 - 1
     QzRawArena *medium[QzMemoryTables::kMediumTables][QzMemoryTables::kMediumIndices];

@@ -108,7 +108,8 @@ QzRawArena::QzRawArena(unsigned object_size, unsigned alignment, unsigned region
         unsigned page = QzMemory::GetPageSize();
         while (page < m_region_size &&
                ((page - kFirstPageHeader - kPageHeaderSize) % m_aligned_size + kFirstPageHeader +
-                kPageHeaderSize) * kTailWasteDivisor >
+                kPageHeaderSize) *
+                       kTailWasteDivisor >
                    page)
             page *= 2;
         m_page_size = page;
@@ -163,8 +164,8 @@ QzMemoryPage *QzRawArena::FindPage(void const *block, QzMemoryRegion *region) co
 {
     if (IsSinglePage())
         return PageHeader(region, kSinglePageHeader);
-    auto *page = reinterpret_cast<unsigned char *>(reinterpret_cast<std::uintptr_t>(block) &
-                                                   m_page_mask);
+    auto *page =
+        reinterpret_cast<unsigned char *>(reinterpret_cast<std::uintptr_t>(block) & m_page_mask);
     if (page == Bytes(region))
         return PageHeader(region, kFirstPageHeader);
     return reinterpret_cast<QzMemoryPage *>(page);
@@ -343,13 +344,12 @@ void QzRawArena::FillFreshBlock(unsigned char *block) const
     if (QzIsCheckMemory()) {
         for (unsigned i = sizeof(LtNat32); i < m_aligned_size; ++i) {
             if (block[i] != kFreeByte) {
-                QzPostMemoryMessage(QzSysError::eERROR,
-                                    u"Memory block at %llx has value %x at offset %d, "
-                                    u"expected %x",
-                                    static_cast<unsigned long long>(
-                                        reinterpret_cast<std::uintptr_t>(block)),
-                                    static_cast<unsigned>(block[i]), 4,
-                                    static_cast<unsigned>(kFreeByte));
+                QzPostMemoryMessage(
+                    QzSysError::eERROR,
+                    u"Memory block at %llx has value %x at offset %d, "
+                    u"expected %x",
+                    static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(block)),
+                    static_cast<unsigned>(block[i]), 4, static_cast<unsigned>(kFreeByte));
                 break;
             }
         }
@@ -367,13 +367,13 @@ void QzRawArena::ScrubReleasedBlock(unsigned char *block) const
     if (QzIsCheckMemory()) {
         for (unsigned i = m_object_size; i < m_aligned_size; ++i) {
             if (block[i] != kGuardByte) {
-                QzPostMemoryMessage(QzSysError::eERROR,
-                                    u"Memory block at %llx has value %x at offset %d, "
-                                    u"expected %x",
-                                    static_cast<unsigned long long>(
-                                        reinterpret_cast<std::uintptr_t>(block)),
-                                    static_cast<unsigned>(block[i]), static_cast<int>(i),
-                                    static_cast<unsigned>(kGuardByte));
+                QzPostMemoryMessage(
+                    QzSysError::eERROR,
+                    u"Memory block at %llx has value %x at offset %d, "
+                    u"expected %x",
+                    static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(block)),
+                    static_cast<unsigned>(block[i]), static_cast<int>(i),
+                    static_cast<unsigned>(kGuardByte));
                 break;
             }
         }
@@ -399,7 +399,8 @@ void QzRawArena::Dealloc(void *pointer)
     if (QzIsCheckMemory()) {
         if (!IsOnList(region, m_free_regions) && !IsOnList(region, m_full_regions)) {
             QzPostMemoryMessage(
-                QzSysError::eERROR, u"Dealloc: Block %llx lies in region %llx which is not in arena %llx",
+                QzSysError::eERROR,
+                u"Dealloc: Block %llx lies in region %llx which is not in arena %llx",
                 static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(block)),
                 static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(region)),
                 static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(this)));
@@ -480,8 +481,9 @@ unsigned QzRawArena::GetCommittedPages() const
     unsigned committed = 0;
     for (QzMemoryRegion *list : {m_free_regions, m_full_regions}) {
         for (QzMemoryRegion *at = list; at != nullptr; at = GetNextRegion(at))
-            committed += pages_per_region -
-                         static_cast<unsigned>(__builtin_popcount(Word(at, kUncommittedMaskOffset)));
+            committed +=
+                pages_per_region -
+                static_cast<unsigned>(__builtin_popcount(Word(at, kUncommittedMaskOffset)));
     }
     return committed;
 }
@@ -550,12 +552,14 @@ int QzRawArena::CheckRegion(QzMemoryRegion *region) const
     std::uintptr_t const prev = static_cast<std::uintptr_t>(Word(region, kPrevOffset))
                                 << kRegionNumberShift;
     if ((next & ~m_region_mask) != 0) {
-        QzPostMemoryMessage(QzSysError::eERROR, u"Memory Region %llx has invalid next pointer %llx\n",
+        QzPostMemoryMessage(QzSysError::eERROR,
+                            u"Memory Region %llx has invalid next pointer %llx\n",
                             AddressOf(region), static_cast<unsigned long long>(next));
         return 0;
     }
     if ((prev & ~m_region_mask) != 0) {
-        QzPostMemoryMessage(QzSysError::eERROR, u"Memory Region %llx has invalid prev pointer %llx\n",
+        QzPostMemoryMessage(QzSysError::eERROR,
+                            u"Memory Region %llx has invalid prev pointer %llx\n",
                             AddressOf(region), static_cast<unsigned long long>(prev));
         return 0;
     }
@@ -602,10 +606,8 @@ int QzRawArena::CheckArena() const
     return free_ok && full_ok ? 1 : 0;
 }
 
-QzArena::QzArena(unsigned object_size, unsigned alignment)
-    : QzRawArena(object_size, alignment, 0)
-{
-}
+QzArena::QzArena(unsigned object_size, unsigned alignment) : QzRawArena(object_size, alignment, 0)
+{}
 
 void *QzArena::Alloc()
 {

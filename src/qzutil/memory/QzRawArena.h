@@ -106,9 +106,9 @@ private:
 
     unsigned m_object_size;
     unsigned m_alignment;
-    unsigned m_aligned_size;      // block stride
-    unsigned m_region_size;       // bytes, a power of two of at least 64 KiB
-    unsigned m_page_size;         // bytes, the unit of commitment
+    unsigned m_aligned_size;       // block stride
+    unsigned m_region_size;        // bytes, a power of two of at least 64 KiB
+    unsigned m_page_size;          // bytes, the unit of commitment
     std::uintptr_t m_region_mask;  // ~(region size - 1)
     std::uintptr_t m_page_mask;    // ~(page size - 1)
     unsigned m_all_pages_mask;     // bits 1 .. pages per region - 1
