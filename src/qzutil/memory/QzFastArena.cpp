@@ -10,6 +10,7 @@
 #include "qzutil/memory/QzMemory.h"
 #include "qzutil/memory/internal/QzAsanPoison.h"
 #include "qzutil/memory/internal/QzMemoryInternal.h"
+#include "qzutil/memory/internal/QzScrub.h"
 
 struct QzFastArenaPage {
     QzFastArenaPage *next;
@@ -26,11 +27,6 @@ static constexpr unsigned kLinkSize = sizeof(void *);
 
 // The default chunk holds this many blocks, before rounding to a best size.
 static constexpr unsigned kBlocksPerDefaultPage = 256;
-
-// Scrub patterns, shared with the region arenas.
-static constexpr unsigned char kFreeByte = 0xDD;
-static constexpr unsigned char kFreshByte = 0xCD;
-static constexpr unsigned char kGuardByte = 0xFD;
 
 #ifdef QZ_HAS_ASAN
 static constexpr bool kPoisonsMemory = true;
@@ -68,35 +64,6 @@ static unsigned DefaultPageRequest(unsigned object_size, unsigned alignment)
     LtNat64 const request =
         static_cast<LtNat64>(AlignedSizeFor(object_size, alignment)) * kBlocksPerDefaultPage;
     return request > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<unsigned>(request);
-}
-
-// The offset of the first byte in [from, to) that is not `expected`, or `to`.
-static unsigned FindMismatch(unsigned char const *bytes, unsigned from, unsigned to,
-                             unsigned char expected)
-{
-    unsigned offset = from;
-    while (offset < to && bytes[offset] == expected)
-        ++offset;
-    return offset;
-}
-
-static void PostMismatch(void const *block, unsigned value, unsigned offset, unsigned expected)
-{
-    auto const address = static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(block));
-    QzPostMemoryMessage(QzSysError::eERROR,
-                        u"Memory block at %llx has value %x at offset %d, expected %x", address,
-                        value, static_cast<int>(offset), expected);
-}
-
-// Posts the first byte of [from, to) that is not `expected`; true if all were.
-static bool VerifyBytes(unsigned char const *bytes, unsigned from, unsigned to,
-                        unsigned char expected)
-{
-    unsigned const offset = FindMismatch(bytes, from, to, expected);
-    if (offset == to)
-        return true;
-    PostMismatch(bytes, bytes[offset], offset, expected);
-    return false;
 }
 
 static QzFastArenaPage *LastPage(QzFastArenaPage *list)
@@ -191,8 +158,8 @@ QzFastArenaPage *QzFastArena::TakePage()
         return nullptr;
     }
     unsigned const blocks_bytes = GetBlocksBytes();
-    std::memset(chunk, kFreeByte, blocks_bytes);
-    std::memset(chunk + blocks_bytes, kGuardByte, m_page_size - blocks_bytes);
+    std::memset(chunk, kQzFreeByte, blocks_bytes);
+    std::memset(chunk + blocks_bytes, kQzGuardByte, m_page_size - blocks_bytes);
     QzPoison(chunk, m_page_size);
     return new (record) QzFastArenaPage{nullptr, chunk};
 }
@@ -203,13 +170,11 @@ QzFastArenaPage *QzFastArena::TakePage()
 void QzFastArena::ScrubFreshBlock(unsigned char *block) const
 {
     QzUnpoison(block, m_aligned_size);
-    if (QzIsCheckMemory()) {
-        unsigned const offset = FindMismatch(block, kLinkSize, m_aligned_size, kFreeByte);
-        if (offset != m_aligned_size)
-            PostMismatch(block, block[offset], kLinkSize, kFreeByte);
-    }
-    std::memset(block, kFreshByte, m_object_size);
-    std::memset(block + m_object_size, kGuardByte, m_aligned_size - m_object_size);
+    if (QzIsCheckMemory())
+        QzVerifyScrubBytes(block, kLinkSize, m_aligned_size, kQzFreeByte,
+                           static_cast<int>(kLinkSize));
+    std::memset(block, kQzFreshByte, m_object_size);
+    std::memset(block + m_object_size, kQzGuardByte, m_aligned_size - m_object_size);
     QzPoison(block + m_object_size, m_aligned_size - m_object_size);
 }
 
@@ -219,8 +184,8 @@ void QzFastArena::ScrubReleasedBlock(unsigned char *block) const
 {
     QzUnpoison(block, m_aligned_size);
     if (QzIsCheckMemory())
-        (void)VerifyBytes(block, m_object_size, m_aligned_size, kGuardByte);
-    std::memset(block, kFreeByte, m_aligned_size);
+        (void)QzVerifyScrubBytes(block, m_object_size, m_aligned_size, kQzGuardByte);
+    std::memset(block, kQzFreeByte, m_aligned_size);
 }
 
 void QzFastArena::Dealloc(void *block)
@@ -243,8 +208,8 @@ void QzFastArena::ScrubPageInUse(QzFastArenaPage *page) const
     unsigned const blocks_bytes = GetBlocksBytes();
     QzUnpoison(chunk, m_page_size);
     if (QzIsCheckMemory())
-        (void)VerifyBytes(chunk, blocks_bytes, m_page_size, kGuardByte);
-    std::memset(chunk, kFreeByte, blocks_bytes);
+        (void)QzVerifyScrubBytes(chunk, blocks_bytes, m_page_size, kQzGuardByte);
+    std::memset(chunk, kQzFreeByte, blocks_bytes);
 }
 
 void QzFastArena::DeallocAll()
@@ -278,8 +243,8 @@ void QzFastArena::ReleaseFreePages()
         m_free_pages = page->next;
         auto *chunk = reinterpret_cast<unsigned char *>(page->chunk);
         QzUnpoison(chunk, m_page_size);
-        if (verify && VerifyBytes(chunk, 0, GetBlocksBytes(), kFreeByte))
-            (void)VerifyBytes(chunk, GetBlocksBytes(), m_page_size, kGuardByte);
+        if (verify && QzVerifyScrubBytes(chunk, 0, GetBlocksBytes(), kQzFreeByte))
+            (void)QzVerifyScrubBytes(chunk, GetBlocksBytes(), m_page_size, kQzGuardByte);
         QzMemory::Dealloc(chunk, m_page_size, kChunkAlignment);
         page->~QzFastArenaPage();
         QzMemory::Dealloc(page, sizeof(QzFastArenaPage), kChunkAlignment);

@@ -11,6 +11,7 @@
 #include "qzutil/memory/QzSysMemory.h"
 #include "qzutil/memory/internal/QzAsanPoison.h"
 #include "qzutil/memory/internal/QzMemoryInternal.h"
+#include "qzutil/memory/internal/QzScrub.h"
 
 // Region numbers are addresses shifted by this: every region is aligned to at
 // least 64 KiB, so 32 bits hold any address below 2^48.
@@ -28,11 +29,6 @@ static constexpr unsigned kPageHeaderSize = 8;  // free-list head, used count
 
 // A page's tail may waste at most 1/128 of the page.
 static constexpr unsigned kTailWasteDivisor = 128;
-
-// Scrub patterns.
-static constexpr unsigned char kFreeByte = 0xDD;
-static constexpr unsigned char kFreshByte = 0xCD;
-static constexpr unsigned char kGuardByte = 0xFD;
 
 static unsigned char *Bytes(QzMemoryRegion *region)
 {
@@ -213,7 +209,7 @@ void QzRawArena::FormatPage(QzMemoryRegion *region, unsigned page_index)
     unsigned const page_end = IsSinglePage() ? m_region_size : (page_index + 1) * m_page_size;
     unsigned char *base = Bytes(region);
     if (scrub)
-        std::memset(base + start, kFreeByte, count * m_aligned_size);
+        std::memset(base + start, kQzFreeByte, count * m_aligned_size);
     // Linked in rising order, so the list starts at the highest block.
     LtNat32 head = 0;
     for (unsigned i = 0; i < count; ++i) {
@@ -223,7 +219,7 @@ void QzRawArena::FormatPage(QzMemoryRegion *region, unsigned page_index)
     }
     unsigned const tail = start + count * m_aligned_size;
     if (scrub)
-        std::memset(base + tail, kGuardByte, page_end - tail);
+        std::memset(base + tail, kQzGuardByte, page_end - tail);
     QzPoison(base + start, page_end - start);
     unsigned const header = IsSinglePage()    ? kSinglePageHeader
                             : page_index == 0 ? kFirstPageHeader
@@ -341,21 +337,10 @@ void *QzRawArena::Alloc()
 void QzRawArena::FillFreshBlock(unsigned char *block) const
 {
     QzUnpoison(block, m_aligned_size);
-    if (QzIsCheckMemory()) {
-        for (unsigned i = sizeof(LtNat32); i < m_aligned_size; ++i) {
-            if (block[i] != kFreeByte) {
-                QzPostMemoryMessage(
-                    QzSysError::eERROR,
-                    u"Memory block at %llx has value %x at offset %d, "
-                    u"expected %x",
-                    static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(block)),
-                    static_cast<unsigned>(block[i]), 4, static_cast<unsigned>(kFreeByte));
-                break;
-            }
-        }
-    }
-    std::memset(block, kFreshByte, m_object_size);
-    std::memset(block + m_object_size, kGuardByte, m_aligned_size - m_object_size);
+    if (QzIsCheckMemory())
+        QzVerifyScrubBytes(block, sizeof(LtNat32), m_aligned_size, kQzFreeByte, 4);
+    std::memset(block, kQzFreshByte, m_object_size);
+    std::memset(block + m_object_size, kQzGuardByte, m_aligned_size - m_object_size);
     QzPoison(block + m_object_size, m_aligned_size - m_object_size);
 }
 
@@ -364,21 +349,9 @@ void QzRawArena::FillFreshBlock(unsigned char *block) const
 void QzRawArena::ScrubReleasedBlock(unsigned char *block) const
 {
     QzUnpoison(block, m_aligned_size);
-    if (QzIsCheckMemory()) {
-        for (unsigned i = m_object_size; i < m_aligned_size; ++i) {
-            if (block[i] != kGuardByte) {
-                QzPostMemoryMessage(
-                    QzSysError::eERROR,
-                    u"Memory block at %llx has value %x at offset %d, "
-                    u"expected %x",
-                    static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(block)),
-                    static_cast<unsigned>(block[i]), static_cast<int>(i),
-                    static_cast<unsigned>(kGuardByte));
-                break;
-            }
-        }
-    }
-    std::memset(block, kFreeByte, m_aligned_size);
+    if (QzIsCheckMemory())
+        QzVerifyScrubBytes(block, m_object_size, m_aligned_size, kQzGuardByte);
+    std::memset(block, kQzFreeByte, m_aligned_size);
 }
 
 bool QzRawArena::IsOnList(QzMemoryRegion const *region, QzMemoryRegion *list) const
