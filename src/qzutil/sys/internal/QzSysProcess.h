@@ -33,6 +33,10 @@ public:
 
     static int GetProcessId();
 
+    // Milliseconds of a monotonic clock that never wraps (coarse: a few ms
+    // of resolution). The library's tick count.
+    static LtNat64 GetTickCount();
+
     // Hour, minute and second of the present time in UTC.
     static void GetUtcClock(int *hour, int *minute, int *second);
 };

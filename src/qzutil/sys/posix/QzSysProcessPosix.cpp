@@ -83,6 +83,13 @@ int QzSysProcess::GetProcessId()
     return static_cast<int>(getpid());
 }
 
+LtNat64 QzSysProcess::GetTickCount()
+{
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return static_cast<LtNat64>(now.tv_sec) * 1000u + static_cast<LtNat64>(now.tv_nsec) / 1000000u;
+}
+
 void QzSysProcess::GetUtcClock(int *hour, int *minute, int *second)
 {
     time_t now = time(nullptr);
