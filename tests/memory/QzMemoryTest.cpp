@@ -249,6 +249,26 @@ TEST_F(QzMemoryTest, RegionsAndExternalCounters)
     EXPECT_EQ(QzMemory::ReleaseSpareMallocRegion(), 0);
 }
 
+// A region-sized block that is not region aligned must carry the offset of
+// the heap block standing in for it; anything else is refused, not freed.
+TEST_F(QzMemoryTest, StandInForARegionNeedsItsOffset)
+{
+    if (!HasDefaultPaths())
+        GTEST_SKIP() << "the region path is switched off";
+    QzPostRecorder::Posts().clear();
+    QzSysError::SetHandler(QzPostRecorder::Handler, QzSysError::eERROR,
+                           static_cast<QzComponent *>(nullptr), -1);
+    auto *heap = static_cast<unsigned char *>(QzMemory::Malloc(64));
+    heap[15] = 3;  // not 8 or 16
+    QzMemory::Dealloc(heap + 16, 2 * QzMemory::GetRegionSize(), 1);
+    ASSERT_EQ(QzPostRecorder::Posts().size(), 1u);
+    EXPECT_NE(ToUtf8(QzPostRecorder::Posts()[0].message).find("not region aligned and has "
+                                                               "invalid offset 3"),
+              std::string::npos);
+    QzMemory::Free(heap);  // still ours: nothing was freed
+    QzSysError::RemoveHandler(QzSysError::eERROR, static_cast<QzComponent *>(nullptr), -1);
+}
+
 // Arena counts follow the blocks; the histogram reports them per class.
 TEST_F(QzMemoryTest, HistogramCountsBlocks)
 {
