@@ -7,7 +7,7 @@ set -euo pipefail
 
 if [ $# -lt 1 ]; then
   echo "usage: $0 <preset> [cmake --build arguments...]" >&2
-  echo "presets: dev release asan tsan fuzz coverage" >&2
+  echo "presets: dev release asan tsan fuzz coverage bench" >&2
   exit 2
 fi
 preset=$1
