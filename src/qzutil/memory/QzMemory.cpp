@@ -309,7 +309,10 @@ static void DeallocToArena(QzRawArena *arena, void *block, unsigned counted)
 static constexpr unsigned char kHeapOffset = 8;
 static constexpr unsigned char kHeapOffsetAtRegionBoundary = 16;
 
-static void *AllocDirectRegion(unsigned size, int try_only)
+// Committed address space of its own, counted as region bytes; a failure
+// asks the new-handler with `handler_try_flag` and tries again while it frees
+// memory. Null when it gives up.
+static void *ReserveCountedRegion(unsigned size, int handler_try_flag)
 {
     for (;;) {
         void *region = QzSysMemory::Reserve(size, QzSysMemory::eLIFETIME_NORMAL);
@@ -320,10 +323,16 @@ static void *AllocDirectRegion(unsigned size, int try_only)
         }
         if (region != nullptr)
             QzSysMemory::Release(region, size);
-        // The handler is asked as for a try: the heap is still there.
-        if (!RetryAfterFailure(size, 1))
-            break;
+        if (!RetryAfterFailure(size, handler_try_flag))
+            return nullptr;
     }
+}
+
+static void *AllocDirectRegion(unsigned size, int try_only)
+{
+    // The handler is asked as for a try: the heap is still there.
+    if (void *region = ReserveCountedRegion(size, 1))
+        return region;
     auto *heap = static_cast<unsigned char *>(QzMemory::MallocEx(size + 16, try_only));
     if (heap == nullptr)
         return nullptr;
@@ -585,18 +594,7 @@ void *QzMemory::AllocRegionEx(unsigned size, Lifetime, int try_only)
         std::memcpy(region - sizeof(void *), &heap, sizeof(void *));
         return region;
     }
-    for (;;) {
-        void *region = QzSysMemory::Reserve(size, QzSysMemory::eLIFETIME_NORMAL);
-        if (region != nullptr && QzSysMemory::Commit(region, size)) {
-            MemoryLockScope lock;
-            AddLocked(g_counters.region, size);
-            return region;
-        }
-        if (region != nullptr)
-            QzSysMemory::Release(region, size);
-        if (!RetryAfterFailure(size, try_only))
-            return nullptr;
-    }
+    return ReserveCountedRegion(size, try_only);
 }
 
 void QzMemory::DeallocRegion(void *region, unsigned size, Lifetime)
