@@ -10,6 +10,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -285,6 +286,40 @@ TEST_F(QzMemoryTest, HistogramCountsBlocks)
         QzMemory::Dealloc(block, 40, 8);
     EXPECT_EQ(QzMemory::GetHistogramNumBlocks(40), before);
     QzMemory::CheckMemory();  // nothing to report: an unhandled eERROR would abort
+}
+
+// Small blocks go through per-thread stocks: blocks made on one thread and
+// released on another, and stocks left by ended threads, all balance out.
+TEST_F(QzMemoryTest, ThreadsMakeAndReleaseAcrossEachOther)
+{
+    unsigned const before = QzMemory::GetHistogramNumBlocks(64);
+    constexpr int kBlocks = 5000;
+    std::vector<void *> made_by_first(kBlocks);
+    std::vector<void *> made_by_second(kBlocks);
+    auto make = [](std::vector<void *> *blocks) {
+        for (std::size_t i = 0; i < blocks->size(); ++i) {
+            (*blocks)[i] = QzMemory::Alloc(i % 2 == 0 ? 64 : 24, 8);
+            std::memset((*blocks)[i], static_cast<int>(i), i % 2 == 0 ? 64 : 24);
+        }
+    };
+    auto release = [](std::vector<void *> *blocks) {
+        for (std::size_t i = 0; i < blocks->size(); ++i)
+            QzMemory::Dealloc((*blocks)[i], i % 2 == 0 ? 64 : 24, 8);
+    };
+    std::thread first(make, &made_by_first);
+    std::thread second(make, &made_by_second);
+    first.join();
+    second.join();
+    if (HasDefaultPaths()) {
+        EXPECT_EQ(QzMemory::GetArenaMemoryAllocated() - m_start.arena,
+                  static_cast<LtNat64>(kBlocks) * (64 + 24));
+        EXPECT_EQ(QzMemory::GetHistogramNumBlocks(64), before + kBlocks);
+    }
+    std::thread release_first(release, &made_by_second);  // each frees the other's
+    std::thread release_second(release, &made_by_first);
+    release_first.join();
+    release_second.join();
+    EXPECT_EQ(QzMemory::GetHistogramNumBlocks(64), before);
 }
 
 // Terminate refuses while bytes are held: it warns, keeps the components

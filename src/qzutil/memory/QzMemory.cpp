@@ -18,6 +18,7 @@
 #include "qzutil/memory/QzSysMemory.h"
 #include "qzutil/memory/internal/QzMemoryInternal.h"
 #include "qzutil/memory/internal/QzMemoryTables.h"
+#include "qzutil/memory/internal/QzThreadCache.h"
 #include "qzutil/sys/QzSysString.h"
 #include "qzutil/sys/internal/QzSysHeap.h"
 
@@ -27,9 +28,6 @@ static constexpr unsigned kMaxRequestSize = 0x7FF00000;
 
 // Requests from here up get a region of their own: 128 regions of 64 KiB.
 static constexpr unsigned kDirectRegionThreshold = 8u << 20;
-
-// Internal messages are formatted into this many wide characters at most.
-static constexpr int kMessageLimit = 512;
 
 // The spare reservation kept back for the heap.
 static constexpr unsigned kSpareMallocRegionSize = 0x1000000;
@@ -60,19 +58,9 @@ struct ExternalCallbacks {
     unsigned capacity;
 };
 
-// Messages posted while the memory lock is held wait here, guarded by that
-// lock: a handler may allocate, and the lock is not recursive.
-struct PendingPosts {
-    static constexpr int kMax = 8;
-    int count;
-    int dropped;
-    QzSysError::Severity severity[kMax];
-    LtWChar text[kMax][kMessageLimit];
-};
-
 }  // namespace
 
-static QzComponent g_memory_component;
+QzComponent g_memory_component;
 static bool g_built;  // arenas exist; kept up by a Terminate that found bytes held
 static Switch g_scrub;
 static Switch g_check;
@@ -80,77 +68,10 @@ static Switch g_force_malloc;
 static Switch g_use_medium = {1, false};
 static int g_force_malloc_region;
 QzMemoryModes g_memory_modes;
-static QzSpinLock g_lock;
-// The thread that holds g_lock, so that a post from under it is deferred.
-static std::atomic<std::thread::id> g_lock_owner;
-static PendingPosts g_pending;  // guarded by g_lock
 static Counters g_counters;
 static ExternalCallbacks g_callbacks;
 static std::atomic<QzMemory::NewHandler> g_new_handler;
 static void *g_spare_region;
-
-static void UnlockAndPostPending();
-
-// Holds the memory lock; posts deferred under it go out after release.
-class MemoryLockScope {
-public:
-    MemoryLockScope()
-    {
-        g_lock.Lock();
-        g_lock_owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
-    }
-    ~MemoryLockScope()
-    {
-        if (g_pending.count != 0) {
-            UnlockAndPostPending();
-            return;
-        }
-        g_lock_owner.store(std::thread::id(), std::memory_order_relaxed);
-        g_lock.Unlock();
-    }
-    MemoryLockScope(MemoryLockScope const &) = delete;
-    MemoryLockScope &operator=(MemoryLockScope const &) = delete;
-};
-
-void QzPostMemoryMessage(QzSysError::Severity severity, LtWChar const *format, ...)
-{
-    LtWChar message[kMessageLimit];
-    va_list args;
-    va_start(args, format);
-    QzSysString::WideVsprintf(message, kMessageLimit, format, args);
-    va_end(args);
-    if (g_lock_owner.load(std::memory_order_relaxed) != std::this_thread::get_id()) {
-        QzSysError::PostFixed(severity, &g_memory_component, -1, nullptr, 0, message);
-        return;
-    }
-    if (g_pending.count == PendingPosts::kMax) {
-        ++g_pending.dropped;
-        return;
-    }
-    g_pending.severity[g_pending.count] = severity;
-    std::memcpy(g_pending.text[g_pending.count], message, sizeof(message));
-    ++g_pending.count;
-}
-
-// The slow end of a lock scope that deferred posts: they are copied out under
-// the lock, and posted after it is released.
-static void UnlockAndPostPending()
-{
-    PendingPosts posts;
-    std::memcpy(&posts, &g_pending, sizeof(posts));
-    g_pending.count = 0;
-    g_pending.dropped = 0;
-    g_lock_owner.store(std::thread::id(), std::memory_order_relaxed);
-    g_lock.Unlock();
-    for (int i = 0; i < posts.count; ++i)
-        QzSysError::PostFixed(posts.severity[i], &g_memory_component, -1, nullptr, 0,
-                              posts.text[i]);
-    if (posts.dropped != 0)
-        QzPostMemoryMessage(QzSysError::eWARNING,
-                            u"QzMemory: %d more messages found under the memory lock were "
-                            u"dropped\n",
-                            posts.dropped);
-}
 
 // A request above the limit is fatal whatever a handler makes of the post.
 static void CheckSize(unsigned size)
@@ -248,6 +169,11 @@ void QzMemory::Terminate()
     g_callbacks = ExternalCallbacks{};
     ResetMaxRegionSize();
     ReleaseSpareMallocRegion();
+    {
+        // Stocked blocks belong to the arenas destroyed below.
+        QzMemoryLockScope lock;
+        QzThreadCacheForgetAllLocked();
+    }
     QzMemoryTables::Destroy(g_check.on != 0);
     g_built = false;
     QzSysMemory::Terminate();
@@ -287,7 +213,7 @@ static void *AllocFromArena(QzRawArena *arena, unsigned counted, unsigned size, 
     for (;;) {
         void *block;
         {
-            MemoryLockScope lock;
+            QzMemoryLockScope lock;
             block = arena->Alloc();
             if (block != nullptr)
                 AddLocked(g_counters.arena, counted);
@@ -299,7 +225,7 @@ static void *AllocFromArena(QzRawArena *arena, unsigned counted, unsigned size, 
 
 static void DeallocToArena(QzRawArena *arena, void *block, unsigned counted)
 {
-    MemoryLockScope lock;
+    QzMemoryLockScope lock;
     arena->Dealloc(block);
     SubtractLocked(g_counters.arena, counted);
 }
@@ -317,7 +243,7 @@ static void *ReserveCountedRegion(unsigned size, int handler_try_flag)
     for (;;) {
         void *region = QzSysMemory::Reserve(size, QzSysMemory::eLIFETIME_NORMAL);
         if (region != nullptr && QzSysMemory::Commit(region, size)) {
-            MemoryLockScope lock;
+            QzMemoryLockScope lock;
             AddLocked(g_counters.region, size);
             return region;
         }
@@ -349,7 +275,7 @@ static void DeallocDirectRegion(void *block, unsigned size)
     auto *bytes = static_cast<unsigned char *>(block);
     if ((reinterpret_cast<std::uintptr_t>(bytes) & (QzMemory::GetRegionSize() - 1)) == 0) {
         QzSysMemory::Release(block, size);
-        MemoryLockScope lock;
+        QzMemoryLockScope lock;
         SubtractLocked(g_counters.region, size);
         return;
     }
@@ -386,6 +312,8 @@ void *QzMemory::AllocEx(unsigned size, Alignment alignment, int try_only)
         CheckSize(size);
     if (size <= QzMemoryTables::kMaxSmallSize) {
         unsigned const rounded = RoundToAlignment(size, alignment);
+        if (void *block = QzThreadCacheAlloc(rounded))
+            return block;
         return AllocFromArena(QzMemoryTables::Small(rounded), rounded, size, try_only);
     }
     if (IsMedium(size)) {
@@ -409,7 +337,8 @@ void QzMemory::Dealloc(void *block, unsigned size, Alignment alignment)
     }
     if (size <= QzMemoryTables::kMaxSmallSize) {
         unsigned const rounded = RoundToAlignment(size, alignment);
-        DeallocToArena(QzMemoryTables::Small(rounded), block, rounded);
+        if (!QzThreadCacheDealloc(block, rounded))
+            DeallocToArena(QzMemoryTables::Small(rounded), block, rounded);
         return;
     }
     if (IsMedium(size)) {
@@ -608,7 +537,7 @@ void QzMemory::DeallocRegion(void *region, unsigned size, Lifetime)
         return;
     }
     QzSysMemory::Release(region, size);
-    MemoryLockScope lock;
+    QzMemoryLockScope lock;
     SubtractLocked(g_counters.region, size);
 }
 
@@ -645,7 +574,7 @@ void QzMemory::ReportExternalDealloc(unsigned size)
 
 void QzMemory::RegisterExternalMemoryAllocatedCB(ExternalMemoryCallback callback)
 {
-    MemoryLockScope lock;
+    QzMemoryLockScope lock;
     if (g_callbacks.count == g_callbacks.capacity) {
         unsigned const capacity = g_callbacks.capacity == 0 ? 4 : g_callbacks.capacity * 2;
         auto *items = static_cast<ExternalMemoryCallback *>(
@@ -663,7 +592,7 @@ void QzMemory::RegisterExternalMemoryAllocatedCB(ExternalMemoryCallback callback
 
 void QzMemory::UnregisterExternalMemoryAllocatedCB(ExternalMemoryCallback callback)
 {
-    MemoryLockScope lock;
+    QzMemoryLockScope lock;
     for (unsigned i = 0; i < g_callbacks.count; ++i) {
         if (g_callbacks.items[i] == callback) {
             g_callbacks.items[i] = g_callbacks.items[--g_callbacks.count];
@@ -712,7 +641,7 @@ void QzMemory::ResetMaxRegionSize()
 void QzMemory::CheckMemory()
 {
     {
-        MemoryLockScope lock;
+        QzMemoryLockScope lock;
         for (unsigned i = 0; QzRawArena *arena = QzMemoryTables::ArenaAt(i); ++i)
             arena->CheckArena();
     }
@@ -797,7 +726,10 @@ unsigned QzMemory::GetMaxMediumBlockSize()
 
 LtNat64 QzMemory::GetArenaMemoryAllocated()
 {
-    return g_counters.arena.load(std::memory_order_relaxed);
+    // The locked paths' count, and what the thread stocks handed out.
+    QzMemoryLockScope lock;
+    return g_counters.arena.load(std::memory_order_relaxed) +
+           static_cast<LtNat64>(QzThreadCacheHeldBytesLocked());
 }
 
 LtNat64 QzMemory::GetMallocMemoryAllocated()
@@ -828,7 +760,7 @@ LtNat64 QzMemory::GetMemoryAllocated()
     for (unsigned i = 0;; ++i) {
         ExternalMemoryCallback callback = nullptr;
         {
-            MemoryLockScope lock;
+            QzMemoryLockScope lock;
             if (i < g_callbacks.count)
                 callback = g_callbacks.items[i];
         }
@@ -857,9 +789,12 @@ unsigned QzMemory::GetHistogramNextSize(unsigned size)
 
 unsigned QzMemory::GetHistogramNumBlocks(unsigned size)
 {
-    MemoryLockScope lock;
+    QzMemoryLockScope lock;
     QzRawArena const *arena = QzMemoryTables::ArenaForSize(size);
-    return arena != nullptr ? arena->GetBlocksAllocated() : 0;
+    if (arena == nullptr)
+        return 0;
+    // Blocks waiting in thread stocks are free to callers.
+    return arena->GetBlocksAllocated() - QzThreadCacheStockedBlocksLocked(size);
 }
 
 unsigned QzMemory::GetHistogramRegionSize(unsigned size)
@@ -870,14 +805,14 @@ unsigned QzMemory::GetHistogramRegionSize(unsigned size)
 
 LtNat64 QzMemory::GetHistogramCommittedMemory(unsigned size)
 {
-    MemoryLockScope lock;
+    QzMemoryLockScope lock;
     QzRawArena const *arena = QzMemoryTables::ArenaForSize(size);
     return arena != nullptr ? arena->GetCommittedMemory() : 0;
 }
 
 LtNat64 QzMemory::GetHistogramReservedMemory(unsigned size)
 {
-    MemoryLockScope lock;
+    QzMemoryLockScope lock;
     QzRawArena const *arena = QzMemoryTables::ArenaForSize(size);
     return arena != nullptr ? arena->GetReservedMemory() : 0;
 }

@@ -9,7 +9,8 @@
 #include "qzutil/frame/QzSysError.h"
 
 // Posts one of the allocator's messages (at most 512 wide characters)
-// against the QzMemory component, id -1, no data.
+// against the QzMemory component, id -1, no data. Under the memory lock the
+// post waits for the lock's release.
 void QzPostMemoryMessage(QzSysError::Severity severity, LtWChar const *format, ...);
 
 // The scrub and check switches, read on every arena operation; set by
@@ -50,14 +51,36 @@ private:
     std::atomic<bool> m_locked{false};
 };
 
-// Holds a QzSpinLock for one scope.
-class QzSpinLockScope {
-public:
-    explicit QzSpinLockScope(QzSpinLock *lock) : m_lock(lock) { m_lock->Lock(); }
-    ~QzSpinLockScope() { m_lock->Unlock(); }
-    QzSpinLockScope(QzSpinLockScope const &) = delete;
-    QzSpinLockScope &operator=(QzSpinLockScope const &) = delete;
+class QzComponent;
+extern QzComponent g_memory_component;  // QzMemory's; the allocator posts against it
 
-private:
-    QzSpinLock *m_lock;
+// The memory lock over QzMemory's arenas, its counters and the thread caches'
+// registry; and the thread that holds it, so that a post from under it waits.
+extern QzSpinLock g_memory_lock;
+extern std::atomic<std::thread::id> g_memory_lock_owner;
+// Posts waiting for the lock's release; guarded by the lock.
+extern int g_memory_pending_posts;
+
+// Releases the lock, then posts what waited.
+void QzUnlockMemoryAndPostPending();
+
+// Holds the memory lock for one scope.
+class QzMemoryLockScope {
+public:
+    QzMemoryLockScope()
+    {
+        g_memory_lock.Lock();
+        g_memory_lock_owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    }
+    ~QzMemoryLockScope()
+    {
+        if (g_memory_pending_posts != 0) {
+            QzUnlockMemoryAndPostPending();
+            return;
+        }
+        g_memory_lock_owner.store(std::thread::id(), std::memory_order_relaxed);
+        g_memory_lock.Unlock();
+    }
+    QzMemoryLockScope(QzMemoryLockScope const &) = delete;
+    QzMemoryLockScope &operator=(QzMemoryLockScope const &) = delete;
 };
