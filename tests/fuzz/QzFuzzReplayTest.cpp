@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 extern "C" int QzTextDecodeFuzzOneInput(std::uint8_t const *data, std::size_t size);
+extern "C" int QzReadDumpFuzzOneInput(std::uint8_t const *data, std::size_t size);
 
 struct FuzzTarget {
     char const *name;  // also the folder of its seeds under the corpus directory
@@ -30,6 +31,7 @@ static void PrintTo(FuzzTarget const &target, std::ostream *out)
 
 const FuzzTarget kFuzzTargets[] = {
     {"QzTextDecodeFuzz", &QzTextDecodeFuzzOneInput},
+    {"QzReadDumpFuzz", &QzReadDumpFuzzOneInput},
 };
 
 // The seed files of a target, in name order so failures repeat alike.

@@ -11,6 +11,9 @@ struct QzCommand {
 
 int RunVersionCommand(int argc, char **argv);
 int RunDemoCommand(int argc, char **argv);
+int RunDumpCommand(int argc, char **argv);
 
-// True when the arguments after the command name ask for its help.
+// True when the first argument after the command name asks for its help; a
+// command with subcommands passes on the rest, so each subcommand answers
+// "--help" on its own.
 bool WantsHelp(int argc, char **argv);

@@ -21,6 +21,15 @@ static QzCommand const kCommands[] = {
      "logged, shows the allocator's size classes in use, prints the in-memory\n"
      "log, and shuts everything down again.\n",
      RunDemoCommand},
+    {"dump", "read a crash dump, or crash a child process to make one",
+     "usage: qz dump read FILE\n"
+     "       qz dump test [--keep FILE]\n"
+     "       qz dump <subcommand> --help\n"
+     "\n"
+     "read  prints the system line and the log parts of a crash dump\n"
+     "test  crashes a child process that has crash dumps set up, checks that it\n"
+     "      exited with code 4, and prints the dump it left\n",
+     RunDumpCommand},
 };
 
 static void PrintToolHelp(FILE *out)
@@ -36,11 +45,7 @@ static void PrintToolHelp(FILE *out)
 
 bool WantsHelp(int argc, char **argv)
 {
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0)
-            return true;
-    }
-    return false;
+    return argc > 1 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0);
 }
 
 int main(int argc, char **argv)

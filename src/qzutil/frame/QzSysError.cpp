@@ -1,5 +1,6 @@
 // QzSysError.cpp: the component of the frame itself, the handler tables, the
-// ladder of PostFixed, and the fatal tail.
+// ladder of PostFixed, and the exits (the fatal tail itself, Abort, is in
+// QzSysErrorDump.cpp beside the dump that it may end in).
 
 #include "qzutil/frame/QzSysError.h"
 
@@ -356,12 +357,6 @@ int QzSysError::GetTraceFlag()
 bool QzSysError::ShouldTrace(int level)
 {
     return g_frame.trace_enable != 0 && g_frame.trace_level >= level;
-}
-
-void QzSysError::Abort()
-{
-    RequestDebugBreak();
-    QzSysProcess::AbortProcess();
 }
 
 void QzSysError::ForceExit(int code)

@@ -7,6 +7,7 @@
 #include "qzutil/frame/QzExport.h"
 
 class QzComponent;
+struct QzSavedCrashHandlers;  // the platform's saved handler state, opaque here
 
 // Class of statics over process-wide state that is all zero at load.
 //
@@ -104,6 +105,61 @@ public:
     static int IsConsoleEnable();
     static int IsComponentConsoleEnable();
 
+    // The log file. Switching it on opens (creating or truncating) the log
+    // file path if one is set, else "<dir>/<process name>.txt" in the log
+    // directory, and replays the log into it; each later text is written
+    // through at once (no buffering). With neither path nor directory, or a
+    // file that cannot be opened, the switch stays off. The process name is
+    // the executable's name without folder and extension, then the process
+    // id and a tick count. Paths are copied with malloc, so they do not
+    // depend on QzMemory; Get* give that copy (valid until the next Set*) or
+    // null. SetLogFile and SetLogDir reopen the file if it was on.
+    static void SetLogFileEnable(int on);
+    static int IsLogFileEnable();
+    static void SetLogFile(LtWChar const *path);
+    static LtWChar const *GetLogFile();
+    static void SetLogDir(LtWChar const *directory);
+    static LtWChar const *GetLogDir();
+
+    // Called with the dump path before a crash dump; 0 vetoes the dump.
+    using PreDumpCallback = int (*)(LtWChar const *path);
+    // Called with the dump path once the dump is written.
+    using PostDumpCallback = void (*)(LtWChar const *path);
+    // Asked again and again for one more block of memory to put in the dump
+    // (its address and size in bytes) until it answers 0.
+    using DumpMemoryCallback = int (*)(void **block, unsigned *size);
+    // Dump flag bit 1: the memory callback's blocks stay out of the dump.
+    static constexpr unsigned kDumpFlagNoCallbackMemory = 0x2;
+
+    // With a non-empty path (at most 4,095 bytes in UTF-8), a crash of the
+    // process (SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGSYS, or
+    // std::terminate) writes a dump there: RequestDebugBreak, then `pre`
+    // (a 0 vetoes), the dump with the log if include_log, `post`, and
+    // ForceExit(4). Without a dump the crash meets the system's default
+    // action. The calling thread gets an alternate signal stack, so a stack
+    // overflow on it is dumped too. A null or empty path (or one too long)
+    // ends dumping and puts back the handlers found at installation.
+    static void SetDumpOnUnhandledException(LtWChar const *path, int include_log, unsigned flags,
+                                            PreDumpCallback pre, PostDumpCallback post,
+                                            DumpMemoryCallback memory);
+    static int IsDumpOnUnhandledException();
+    // The dump path; "" when there is none.
+    static LtWChar const *DumpPath();
+    // Writes a dump of the calling thread, which runs on: no callback, signal
+    // number 0. Under the log lock. Failures are silent.
+    static void WriteDump(LtWChar const *path, int include_log, unsigned flags);
+    // Prints a dump's system line, then each log part after "\n\nLog Part
+    // <n>\n" (n from 0), through `print`, whose text is valid during the
+    // call only. Returns 1, or 0 (with an eWARNING post that says why) when
+    // the file is not a whole dump, its system record is not 56 bytes, or it
+    // has no log.
+    static int ReadDump(LtWChar const *path, LogOutput print, void *data);
+    // Dumps to `path` with the log, flags 0, a pre-dump callback that allows
+    // and a post-dump callback that ends the process with exit code 4.
+    static void ConfigureForUnitTests(LtWChar const *path);
+    // Calls function(data); an exception that escapes it runs the fatal tail.
+    static void AbortOnException(void (*function)(void *), void *data);
+
     // Tracing: a call at `level` passes while tracing is enabled and the
     // trace level is at least `level`. Flag bits: 0 the level, 1 the source
     // position, 2 the thread id, 3 the UTC time.
@@ -115,7 +171,9 @@ public:
     static int GetTraceFlag();
     static bool ShouldTrace(int level);
 
-    // The fatal tail: RequestDebugBreak, then abort(). Never returns.
+    // The fatal tail: RequestDebugBreak, then with a dump path a dump (the
+    // crash path above, as a SIGABRT) and ForceExit(4), otherwise (or when
+    // no dump is made) abort(). Never returns.
     [[noreturn]] static void Abort();
     // Calls the force-exit callback (anything it throws is caught), then ends
     // the process at once with `code`: no destructor or atexit handler runs.
@@ -128,4 +186,21 @@ public:
     static void SetDebugBreakCB(VoidCallback callback);
     static void SetForceExitCB(ExitCallback callback);
     static void SetForceCleanExitCB(ExitCallback callback);
+};
+
+// Keeps the crash handlers of the process (the actions of the fatal signals
+// and the terminate handler) as they were at construction, and puts them
+// back at destruction, whatever was installed in between.
+//
+// Ownership: holds the saved state; neither copyable nor movable.
+// Threads:   construct and destroy on one thread; the handlers are process-wide.
+class QZUTIL_API QzSysExceptionFilterProtector {
+public:
+    QzSysExceptionFilterProtector();
+    ~QzSysExceptionFilterProtector();
+    QzSysExceptionFilterProtector(QzSysExceptionFilterProtector const &) = delete;
+    QzSysExceptionFilterProtector &operator=(QzSysExceptionFilterProtector const &) = delete;
+
+private:
+    QzSavedCrashHandlers *m_saved;  // owned; null if it could not be saved
 };

@@ -2,10 +2,12 @@
 // the first keeps the start of the run, the second wraps and keeps its end.
 // Nothing here allocates or formats, so the log works when memory has run out.
 
+#include <cstdio>
 #include <cstring>
 
 #include "qzutil/frame/QzSysError.h"
 #include "qzutil/frame/internal/QzFrameState.h"
+#include "qzutil/sys/internal/QzSysCrash.h"
 #include "qzutil/sys/internal/QzSysProcess.h"
 
 namespace {
@@ -48,6 +50,8 @@ void QzSysError::LogUTF8String(char const *text)
     std::memcpy(&g_log.regions[g_log.current][g_log.position], text, length + 1);
     if (g_frame.console)
         QzSysProcess::WriteStandardOutput(text, length);
+    if (g_frame.log_stream != nullptr)
+        (void)std::fputs(text, g_frame.log_stream);   // file errors are silent: nowhere to report
     g_log.position += static_cast<unsigned>(length);  // the next text overwrites the nul
 }
 
@@ -65,6 +69,26 @@ void QzReplayLogLocked(QzSysError::LogOutput output, void *data)
             output(second + g_log.position + 1, data);
     }
     output(second, data);
+}
+
+void QzGetLogPartsForDump(QzDumpLogPart parts[3])
+{
+    static char const kEmptyLog[] = "Empty Log\n";
+    static char const kNoText[] = "";
+    unsigned const first_length = g_log.current == 0 ? g_log.position : g_log.first_end;
+    if (first_length == 0)
+        parts[0] = {kEmptyLog, sizeof(kEmptyLog)};
+    else
+        parts[0] = {g_log.regions[0], first_length + 1};
+    parts[1] = {kNoText, 1};
+    parts[2] = {kNoText, 1};
+    if (g_log.current != 1)
+        return;
+    char const *second = g_log.regions[1];
+    // The nul at wrap_end closes the old text, as in the replay.
+    if (g_log.wrap_end != 0 && g_log.position + 1 < g_log.wrap_end)
+        parts[1] = {second + g_log.position + 1, g_log.wrap_end - g_log.position};
+    parts[2] = {second, g_log.position + 1};
 }
 
 void QzSysError::OutputLogBuffer(LogOutput output, void *data)

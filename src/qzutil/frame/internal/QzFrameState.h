@@ -2,10 +2,13 @@
 // ladder and the log. Internal: never installed.
 #pragma once
 
+#include <cstdio>
+
 #include "qzutil/frame/QzSysError.h"
 #include "qzutil/sys/QzSysLock.h"
 
 class QzComponent;
+struct QzDumpLogPart;
 
 // Zero at load (a global of this type has no constructor), so that logging
 // and the component list work before anything is initialised.
@@ -19,6 +22,7 @@ struct QzFrameState {
     bool component_logging;  // "Init: "/"Term: " lines
     bool console;            // log writes also go to standard output
     bool console_made;       // the console has had its replay
+    std::FILE *log_stream;   // the open log file, unbuffered; null when off
     QzComponent *first;      // the list of initialised components
     QzComponent *last;
 
@@ -67,3 +71,11 @@ void QzLogComponentLine(char const *prefix, char const *name, char const *info);
 // Replays the log through `output` with the log lock already held (or not
 // needed).
 void QzReplayLogLocked(QzSysError::LogOutput output, void *data);
+
+// The three log parts that a dump carries: the first region's text ("Empty
+// Log\n" if it has none); the old text of the second region behind the write
+// position, up to where it wrapped; the second region's text up to the
+// position. Each points into the log and ends in its nul. Reads the log
+// without the lock (the crash handler may not take it), so the caller holds
+// the lock or runs in the crash path.
+void QzGetLogPartsForDump(QzDumpLogPart parts[3]);

@@ -33,6 +33,11 @@ public:
 
     static int GetProcessId();
 
+    // The path of the running executable (UTF-8 as the kernel keeps it),
+    // nul-terminated in out. Returns its length, or 0 when it is unknown or
+    // longer than capacity - 1 (out is then "").
+    static std::size_t GetExecutablePath(char *out, std::size_t capacity);
+
     // Milliseconds of a monotonic clock that never wraps (coarse: a few ms
     // of resolution). The library's tick count.
     static LtNat64 GetTickCount();

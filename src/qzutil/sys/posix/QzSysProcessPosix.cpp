@@ -1,6 +1,6 @@
-// QzSysProcessPosix.cpp: raw output, exits, debugger detection, ids and the
-// UTC clock for the frame. Everything here is async-signal-safe but
-// GetUtcClock, so the fatal tail can use it.
+// QzSysProcessPosix.cpp: raw output, exits, debugger detection, ids, the
+// executable's path and the UTC clock for the frame. Everything here is
+// async-signal-safe but GetUtcClock, so the fatal tail can use it.
 
 #include "qzutil/sys/internal/QzSysProcess.h"
 
@@ -81,6 +81,21 @@ int QzSysProcess::GetCurrentThreadId()
 int QzSysProcess::GetProcessId()
 {
     return static_cast<int>(getpid());
+}
+
+std::size_t QzSysProcess::GetExecutablePath(char *out, std::size_t capacity)
+{
+    if (capacity == 0)
+        return 0;
+    out[0] = '\0';
+    ssize_t const length = readlink("/proc/self/exe", out, capacity);
+    // readlink does not terminate, and a full buffer may hold a cut path.
+    if (length <= 0 || static_cast<std::size_t>(length) >= capacity) {
+        out[0] = '\0';
+        return 0;
+    }
+    out[length] = '\0';
+    return static_cast<std::size_t>(length);
 }
 
 LtNat64 QzSysProcess::GetTickCount()
