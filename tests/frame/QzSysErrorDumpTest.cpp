@@ -257,6 +257,20 @@ protected:
         return ReadFile(PathOf(name));
     }
 
+    // Run in a death test's child: dump with the log to `name`, run `before`,
+    // then `crash`.
+    void CrashWithDump(std::string const &name, void (*crash)(), void (*before)() = LogTwoLines,
+                       unsigned flags = 0, QzSysError::PreDumpCallback pre = nullptr,
+                       QzSysError::PostDumpCallback post = nullptr,
+                       QzSysError::DumpMemoryCallback memory = nullptr)
+    {
+        DisableCoreDumps();
+        QzSysError::SetDumpOnUnhandledException(WidePathOf(name).c_str(), 1, flags, pre, post,
+                                                memory);
+        before();
+        crash();
+    }
+
     // Writes `bytes` to a file and reads it as a dump.
     DumpReading ReadBytesAsDump(std::string const &bytes)
     {
@@ -321,21 +335,15 @@ TEST_F(QzSysErrorDumpDeathTest, EveryCrashLeavesADumpWithTheLog)
 // the gap marker between head and the rest, exactly the log's replay.
 TEST_F(QzSysErrorDumpDeathTest, WrappedLogGivesHeadOldTailAndNewTail)
 {
-    auto log_a_lot = [] {
+    void (*log_a_lot)() = [] {
         QzSysError::LogUTF8String("head of the run\n");
         std::string const filler(990, '~');
         for (int i = 0; i < 1200; ++i)
             QzSysError::LogUTF8String((std::to_string(i) + filler + "\n").c_str());
         QzSysError::LogUTF8String("tail of the run\n");
     };
-    EXPECT_EXIT(
-        {
-            DisableCoreDumps();
-            QzSysError::ConfigureForUnitTests(WidePathOf("wrapped.dmp").c_str());
-            log_a_lot();
-            CrashBySegv();
-        },
-        testing::ExitedWithCode(4), "");
+    EXPECT_EXIT(CrashWithDump("wrapped.dmp", CrashBySegv, log_a_lot), testing::ExitedWithCode(4),
+                "");
     // The same lines here give the same log, whose replay is the reference.
     QzSysError::ClearLogBuffer();
     log_a_lot();
@@ -364,15 +372,8 @@ TEST_F(QzSysErrorDumpDeathTest, WrappedLogGivesHeadOldTailAndNewTail)
 TEST_F(QzSysErrorDumpDeathTest, SegvDumpFollowsTheFileLayout)
 {
     unsigned const flags = 0x15;  // bit 1 clear; the rest has no meaning but is kept
-    EXPECT_EXIT(
-        {
-            DisableCoreDumps();
-            QzSysError::SetDumpOnUnhandledException(WidePathOf("layout.dmp").c_str(), 1, flags,
-                                                    nullptr, nullptr, nullptr);
-            LogTwoLines();
-            CrashBySegv();
-        },
-        testing::ExitedWithCode(4), "");
+    EXPECT_EXIT(CrashWithDump("layout.dmp", CrashBySegv, LogTwoLines, flags),
+                testing::ExitedWithCode(4), "");
     std::string const dump = ReadFile(PathOf("layout.dmp"));
     ASSERT_GE(dump.size(), 32u + 8 * 24);
     EXPECT_EQ(dump.substr(0, 8), std::string("QZDUMP\0\1", 8));
@@ -446,14 +447,8 @@ TEST_F(QzSysErrorDumpDeathTest, SegvDumpFollowsTheFileLayout)
 // crash meets the default action.
 TEST_F(QzSysErrorDumpDeathTest, VetoLeavesNoDumpAndTheSignalKills)
 {
-    EXPECT_EXIT(
-        {
-            DisableCoreDumps();
-            QzSysError::SetDumpOnUnhandledException(WidePathOf("vetoed.dmp").c_str(), 1, 0,
-                                                    VetoAndMark, nullptr, nullptr);
-            CrashBySegv();
-        },
-        testing::KilledBySignal(SIGSEGV), "");
+    EXPECT_EXIT(CrashWithDump("vetoed.dmp", CrashBySegv, LogTwoLines, 0, VetoAndMark),
+                testing::KilledBySignal(SIGSEGV), "");
     EXPECT_TRUE(Exists(PathOf("vetoed.dmp.vetoed"))) << "the callback ran with the dump path";
     EXPECT_FALSE(Exists(PathOf("vetoed.dmp")));
 }
@@ -462,15 +457,8 @@ TEST_F(QzSysErrorDumpDeathTest, VetoLeavesNoDumpAndTheSignalKills)
 // itself.
 TEST_F(QzSysErrorDumpDeathTest, PostDumpCallbackFollowsAWholeDump)
 {
-    EXPECT_EXIT(
-        {
-            DisableCoreDumps();
-            QzSysError::SetDumpOnUnhandledException(WidePathOf("post.dmp").c_str(), 1, 0, nullptr,
-                                                    ExitWithSeven, nullptr);
-            LogTwoLines();
-            CrashByAbort();
-        },
-        testing::ExitedWithCode(7), "");
+    EXPECT_EXIT(CrashWithDump("post.dmp", CrashByAbort, LogTwoLines, 0, nullptr, ExitWithSeven),
+                testing::ExitedWithCode(7), "");
     EXPECT_EQ(ReadDumpText(WidePathOf("post.dmp")).result, 1);
 }
 
@@ -488,14 +476,9 @@ TEST_F(QzSysErrorDumpDeathTest, MemoryCallbackBlocksFollowTheFlag)
     for (Row const &row : rows) {
         SCOPED_TRACE(row.name);
         std::string const file = std::string(row.name) + ".dmp";
-        EXPECT_EXIT(
-            {
-                DisableCoreDumps();
-                QzSysError::SetDumpOnUnhandledException(WidePathOf(file).c_str(), 0, row.flags,
-                                                        nullptr, nullptr, GiveOneBlock);
-                CrashBySegv();
-            },
-            testing::ExitedWithCode(4), "");
+        EXPECT_EXIT(CrashWithDump(file, CrashBySegv, LogTwoLines, row.flags, nullptr, nullptr,
+                                  GiveOneBlock),
+                    testing::ExitedWithCode(4), "");
         std::string const memory = StreamBytes(ReadFile(PathOf(file)), 5);
         std::string const block(g_extra_block, sizeof(g_extra_block));
         ASSERT_GE(memory.size(), 16u);

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "support/QzTestSupport.h"
+#include "sys/QzScopedEnvironment.h"
 
 // Makes a fresh directory and points HOME, the XDG folders, TMPDIR and the
 // registry files into it before each test; removes it and restores the
@@ -29,27 +30,16 @@ protected:
         ASSERT_NE(mkdtemp(pattern.data()), nullptr) << "cannot make " << pattern;
         m_dir = pattern;
         m_owns_dir = true;
-        for (std::size_t i = 0; i < kVariableCount; ++i) {
-            char const *value = std::getenv(kVariables[i].name);
-            m_saved[i].was_set = value != nullptr;
-            m_saved[i].value = value != nullptr ? value : "";
-            std::string const target = m_dir + kVariables[i].suffix;
-            setenv(kVariables[i].name, target.c_str(), 1);
-        }
-        setenv(kInheritedVariable, m_dir.c_str(), 1);
+        for (Variable const &variable : kVariables)
+            m_environment.Set(variable.name, (m_dir + variable.suffix).c_str());
+        m_environment.Set(kInheritedVariable, m_dir.c_str());
     }
 
+    // The environment comes back when m_environment goes.
     void TearDown() override
     {
         if (!m_owns_dir)
             return;
-        unsetenv(kInheritedVariable);
-        for (std::size_t i = 0; i < kVariableCount; ++i) {
-            if (m_saved[i].was_set)
-                setenv(kVariables[i].name, m_saved[i].value.c_str(), 1);
-            else
-                unsetenv(kVariables[i].name);
-        }
         std::error_code ignored;  // a leftover temp dir is no test failure
         std::filesystem::remove_all(m_dir, ignored);
     }
@@ -85,13 +75,8 @@ private:
         {"TY_REGISTRY_USER", "/registry-user"},
         {"TY_REGISTRY_MACHINE", "/registry-machine"},
     };
-    static constexpr std::size_t kVariableCount = sizeof(kVariables) / sizeof(kVariables[0]);
-    struct SavedVariable {
-        bool was_set = false;
-        std::string value;
-    };
 
+    QzScopedEnvironment m_environment;
     std::string m_dir;
     bool m_owns_dir = false;
-    SavedVariable m_saved[kVariableCount];
 };

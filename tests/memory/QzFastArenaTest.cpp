@@ -476,8 +476,9 @@ void *ArenaObject::s_last_constructed = nullptr;
 
 // Places, destroys, and fails to construct one object in an arena.
 template <class Arena>
-void PlaceInArena(Arena *arena)
+void PlaceInArena(char const *name, Arena *arena)
 {
+    SCOPED_TRACE(name);
     unsigned const before = arena->GetBlocksAllocated();
     ArenaObject *object = new (arena) ArenaObject(7);
     EXPECT_EQ(arena->GetBlocksAllocated(), before + 1);
@@ -521,18 +522,9 @@ TEST_F(QzFastArenaTest, ArenaFormsOfOperatorNew)
     QzFastArena fast(sizeof(ArenaObject), 8);
     QzArena arena(sizeof(ArenaObject), 8);
     QzRawArena raw(sizeof(ArenaObject), 8, 0);
-    {
-        SCOPED_TRACE("QzFastArena");
-        PlaceInArena(&fast);
-    }
-    {
-        SCOPED_TRACE("QzArena");
-        PlaceInArena(&arena);
-    }
-    {
-        SCOPED_TRACE("QzRawArena");
-        PlaceInArena(&raw);
-    }
+    PlaceInArena("QzFastArena", &fast);
+    PlaceInArena("QzArena", &arena);
+    PlaceInArena("QzRawArena", &raw);
     // The block of a failed constructor is back on the free list, first out.
     ArenaObject *kept = new (&fast) ArenaObject(2);
     EXPECT_THROW((void)new (&fast) ArenaObject(1, true), std::runtime_error);

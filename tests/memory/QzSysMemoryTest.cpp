@@ -338,13 +338,6 @@ TEST_F(QzSysMemoryTest, RestrictMaxRegionSizeLogsOnceAndReservesNothing)
     EXPECT_EQ(CountInLog(line), logged + 2) << "a new start reports again";
 }
 
-TEST_F(QzSysMemoryTest, CheckHeapsLogsNothing)
-{
-    std::string const before = ReplayLog();
-    QzSysMemory::CheckHeaps();
-    EXPECT_EQ(ReplayLog(), before);
-}
-
 // 39 bits (3-level tables on arm64) to 57 (5-level tables on x86-64); the
 // stack and a fresh reservation lie below the top.
 TEST_F(QzSysMemoryTest, AddressSpaceBitsCoverTheStackAndReservations)

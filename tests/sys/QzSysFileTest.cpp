@@ -641,23 +641,17 @@ TEST_F(QzSysFileTest, ImageTypeFromHeader)
     pe[1] = 'Z';
     pe[0x3C] = 0x40;  // the signature's offset, little-endian
     pe.replace(0x40, 4, std::string("PE\0\0", 4));
+    // A 64-byte ELF header, little-endian, version 1; class 1 is 32 bits, 2 is 64.
+    auto elf = [](char elf_class) {
+        return std::string("\x7F\x45LF") + elf_class + "\x01\x01" + std::string(57, '\0');
+    };
     struct Row {
         char const *name;
         std::string bytes;
         QzSysFile::PEImageType type;
     } const rows[] = {
-        {"elf64",
-         std::string("\x7F"
-                     "ELF\x02\x01\x01",
-                     7) +
-             std::string(57, '\0'),
-         QzSysFile::ePE_IMAGE_64BIT},
-        {"elf32",
-         std::string("\x7F"
-                     "ELF\x01\x01\x01",
-                     7) +
-             std::string(57, '\0'),
-         QzSysFile::ePE_IMAGE_32BIT},
+        {"elf64", elf('\x02'), QzSysFile::ePE_IMAGE_64BIT},
+        {"elf32", elf('\x01'), QzSysFile::ePE_IMAGE_32BIT},
         {"pe_amd64", pe + std::string("\x64\x86", 2), QzSysFile::ePE_IMAGE_64BIT},
         {"pe_i386", pe + std::string("\x4C\x01", 2), QzSysFile::ePE_IMAGE_32BIT},
         {"pe_unknown_machine", pe + std::string("\x00\x00", 2), QzSysFile::ePE_IMAGE_UNKNOWN},

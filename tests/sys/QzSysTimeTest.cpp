@@ -18,40 +18,28 @@
 #include "qzutil/text/QzWideStringBuffer.h"
 
 #include "support/QzTestSupport.h"
+#include "sys/QzScopedEnvironment.h"
 
 namespace {
 
 // The largest time: its year does not fit the calendar fields' int.
 constexpr LtInt64 kLastTime = std::numeric_limits<LtInt64>::max();
 
-// Sets an environment variable for one scope (and re-reads the zone, in
-// case it is TZ), restoring the previous value.
+// One environment variable changed for a scope; the zone is re-read on
+// the change and again once the old value is back, in case it is TZ.
 class ScopedEnv {
 public:
-    ScopedEnv(char const *name, char const *value) : m_name(name)
+    ScopedEnv(char const *name, char const *value)
     {
-        char const *previous = std::getenv(name);
-        m_had_value = previous != nullptr;
-        if (m_had_value)
-            m_previous = previous;
-        setenv(name, value, 1);
+        m_environment.Set(name, value);
         tzset();
     }
-    ~ScopedEnv()
-    {
-        if (m_had_value)
-            setenv(m_name.c_str(), m_previous.c_str(), 1);
-        else
-            unsetenv(m_name.c_str());
-        tzset();
-    }
-    ScopedEnv(ScopedEnv const &) = delete;
-    ScopedEnv &operator=(ScopedEnv const &) = delete;
 
 private:
-    std::string m_name;
-    std::string m_previous;
-    bool m_had_value = false;
+    struct ZoneReread {
+        ~ZoneReread() { tzset(); }
+    } m_reread;  // declared first, so destroyed after m_environment restored
+    QzScopedEnvironment m_environment;
 };
 
 class QzSysTimeTest : public ::testing::Test {

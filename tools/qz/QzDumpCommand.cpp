@@ -4,21 +4,15 @@
 
 #include "QzCommands.h"
 
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <string>
-#include <system_error>
 
 #include "qzutil/frame/QzComponent.h"
 #include "qzutil/frame/QzError.h"
 #include "qzutil/frame/QzSysError.h"
+#include "qzutil/sys/QzSysFile.h"
 #include "qzutil/text/QzString.h"
 #include "qzutil/text/QzStringBuffer.h"
 #include "qzutil/text/QzWideString.h"
@@ -33,10 +27,17 @@ static char const kReadUsage[] =
 static char const kTestUsage[] =
     "usage: qz dump test [--keep FILE]\n"
     "\n"
-    "Starts a child process that sets up crash dumps in a temporary folder,\n"
-    "logs a few lines and crashes with SIGSEGV. Checks that the child exited\n"
-    "with code 4 after writing its dump, then prints the dump as qz dump read\n"
-    "does and removes the folder. --keep FILE copies the dump to FILE first.\n";
+    "Starts a child process (qz dump crash) that sets up crash dumps in a\n"
+    "temporary folder, logs a few lines and crashes with SIGSEGV. Checks that\n"
+    "the child left its dump, prints it as qz dump read does and removes the\n"
+    "folder. --keep FILE copies the dump to FILE first.\n";
+
+static char const kCrashUsage[] =
+    "usage: qz dump crash DUMPFILE\n"
+    "\n"
+    "Sets up crash dumps into DUMPFILE, logs a few lines and crashes with\n"
+    "SIGSEGV; the dump handler ends the process with exit code 4. This is the\n"
+    "child that qz dump test starts.\n";
 
 static void PrintText(char const *text, void *)
 {
@@ -83,61 +84,55 @@ static int RunRead(int argc, char **argv)
     return PrintDump("qz dump read", argv[1]);
 }
 
-// The child of "qz dump test": never returns.
-[[noreturn]] static void CrashWithDump(std::string const &dump_path)
+// "qz dump crash DUMPFILE", the child of "qz dump test": never returns.
+static int RunCrash(int argc, char **argv)
 {
-    struct rlimit no_core = {0, 0};
-    (void)setrlimit(RLIMIT_CORE, &no_core);  // should the dump fail, leave no core file either
+    if (argc != 2) {
+        std::fputs("qz dump crash: needs one DUMPFILE (see qz dump crash --help)\n", stderr);
+        return 2;
+    }
     QzWideStringBuffer wide_path;
-    (void)QzString::UTF8ToWideString(dump_path.c_str(), &wide_path);  // a path of ours: ASCII
+    (void)QzString::UTF8ToWideString(argv[1], &wide_path);
     QzSysError::SetDumpOnUnhandledException(wide_path.GetString(), 1, 0, nullptr, nullptr, nullptr);
     QzSysError::LogUTF8String("qz dump test: the child is about to crash\n");
-    QzError::Log("qz dump test: child process %d\n", static_cast<int>(getpid()));
     QzSysError::LogUTF8String("qz dump test: writing to an address that is never mapped\n");
     volatile std::uintptr_t address = 16;  // in the first page, which is never mapped
     *reinterpret_cast<int volatile *>(address) = 1;
-    std::_Exit(3);  // not reached
+    return 3;  // not reached
 }
 
-static bool CopyFile(std::string const &from, char const *to)
+// Runs the crashing child into `folder` and prints the dump it leaves.
+static int RunTestInFolder(QzWideStringBuffer const &folder, char const *keep_path)
 {
-    std::error_code error;
-    std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing, error);
-    return !error;
-}
-
-static int RunTestInFolder(std::string const &folder, char const *keep_path)
-{
-    std::string const dump_path = folder + "/crash.qzdump";
+    QzWideStringBuffer dump_path;
+    QzSysFile::PushPathW(folder.GetString(), u"crash.qzdump", &dump_path, true);
+    QzWideStringBuffer self;
+    if (!QzSysFile::GetExecutablePathW(&self)) {
+        std::fputs("qz dump test: cannot find the qz executable\n", stderr);
+        return 1;
+    }
+    QzWideStringBuffer arguments;
+    arguments.Format(u"dump crash \"%ls\"", dump_path.GetString());
     std::fflush(stdout);
-    pid_t const child = fork();
-    if (child < 0) {
-        std::perror("qz dump test: fork");
+    // The child ends with exit code 4 after its dump, which the runner
+    // reports as a failure: the dump itself is what tells success.
+    (void)QzSysFile::RunExecutable(self.GetString(), arguments.GetString(), true);
+    if (!QzSysFile::ExistsW(dump_path.GetString())) {
+        std::fputs("qz dump test: the child left no dump\n", stderr);
         return 1;
     }
-    if (child == 0)
-        CrashWithDump(dump_path);
-    int status = 0;
-    if (waitpid(child, &status, 0) != child) {
-        std::perror("qz dump test: waitpid");
-        return 1;
+    std::printf("qz dump test: the child crashed and left its dump:\n\n");
+    QzStringBuffer utf8_path;
+    QzWideString::ExtractUTF8String(dump_path.GetString(), &utf8_path);
+    if (keep_path != nullptr) {
+        QzWideStringBuffer keep;
+        (void)QzString::UTF8ToWideString(keep_path, &keep);
+        if (!QzSysFile::CopyFileW(dump_path.GetString(), keep.GetString(), false)) {
+            std::fprintf(stderr, "qz dump test: cannot copy the dump to %s\n", keep_path);
+            return 1;
+        }
     }
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 4) {
-        if (WIFSIGNALED(status))
-            std::fprintf(stderr, "qz dump test: the child died by signal %d, not exit code 4\n",
-                         WTERMSIG(status));
-        else
-            std::fprintf(stderr, "qz dump test: the child exited with %d, not 4\n",
-                         WEXITSTATUS(status));
-        return 1;
-    }
-    std::printf("qz dump test: child %d crashed and exited with 4; its dump:\n\n",
-                static_cast<int>(child));
-    if (keep_path != nullptr && !CopyFile(dump_path, keep_path)) {
-        std::fprintf(stderr, "qz dump test: cannot copy the dump to %s\n", keep_path);
-        return 1;
-    }
-    return PrintDump("qz dump test", dump_path.c_str());
+    return PrintDump("qz dump test", utf8_path.GetString());
 }
 
 static int RunTest(int argc, char **argv)
@@ -149,21 +144,21 @@ static int RunTest(int argc, char **argv)
         std::fputs("qz dump test: takes only --keep FILE (see qz dump test --help)\n", stderr);
         return 2;
     }
-    std::string folder = std::filesystem::temp_directory_path().string() + "/qz-dump-XXXXXX";
-    if (mkdtemp(folder.data()) == nullptr) {
-        std::perror("qz dump test: mkdtemp");
+    QzWideStringBuffer folder;
+    if (!QzSysFile::MakeTempFileNameW(nullptr, u"qz-dump", nullptr, &folder) ||
+        !QzSysFile::CreateDirW(folder.GetString())) {
+        std::fputs("qz dump test: cannot make a temporary folder\n", stderr);
         return 1;
     }
     int const result = RunTestInFolder(folder, keep_path);
-    std::error_code ignored;  // a leftover temporary folder is not worth a failure
-    std::filesystem::remove_all(folder, ignored);
+    (void)QzSysFile::DeleteW(folder.GetString(), true, true);  // a leftover is no failure
     return result;
 }
 
 int RunDumpCommand(int argc, char **argv)
 {
     if (argc < 2) {
-        std::fputs("qz dump: needs read or test (see qz dump --help)\n", stderr);
+        std::fputs("qz dump: needs read, test or crash (see qz dump --help)\n", stderr);
         return 2;
     }
     struct Subcommand {
@@ -174,6 +169,7 @@ int RunDumpCommand(int argc, char **argv)
     static Subcommand const kSubcommands[] = {
         {"read", kReadUsage, RunRead},
         {"test", kTestUsage, RunTest},
+        {"crash", kCrashUsage, RunCrash},
     };
     for (Subcommand const &subcommand : kSubcommands) {
         if (std::strcmp(argv[1], subcommand.name) != 0)

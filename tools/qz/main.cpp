@@ -24,11 +24,12 @@ static QzCommand const kCommands[] = {
     {"dump", "read a crash dump, or crash a child process to make one",
      "usage: qz dump read FILE\n"
      "       qz dump test [--keep FILE]\n"
+     "       qz dump crash DUMPFILE\n"
      "       qz dump <subcommand> --help\n"
      "\n"
-     "read  prints the system line and the log parts of a crash dump\n"
-     "test  crashes a child process that has crash dumps set up, checks that it\n"
-     "      exited with code 4, and prints the dump it left\n",
+     "read   prints the system line and the log parts of a crash dump\n"
+     "test   runs qz dump crash in a child process and prints the dump it left\n"
+     "crash  sets up crash dumps into DUMPFILE and crashes on purpose\n",
      RunDumpCommand},
 };
 
