@@ -263,8 +263,9 @@ TEST_F(QzMemoryTest, StandInForARegionNeedsItsOffset)
     heap[15] = 3;  // not 8 or 16
     QzMemory::Dealloc(heap + 16, 2 * QzMemory::GetRegionSize(), 1);
     ASSERT_EQ(QzPostRecorder::Posts().size(), 1u);
-    EXPECT_NE(ToUtf8(QzPostRecorder::Posts()[0].message).find("not region aligned and has "
-                                                               "invalid offset 3"),
+    EXPECT_NE(ToUtf8(QzPostRecorder::Posts()[0].message)
+                  .find("not region aligned and has "
+                        "invalid offset 3"),
               std::string::npos);
     QzMemory::Free(heap);  // still ours: nothing was freed
     QzSysError::RemoveHandler(QzSysError::eERROR, static_cast<QzComponent *>(nullptr), -1);
