@@ -26,6 +26,14 @@ have_test_locale()
   locale -a 2>/dev/null | grep -qix 'en_US.iso88591'
 }
 
+# The JSON tests want a locale whose decimal separator is a comma.
+comma_locale="de_DE.UTF-8"
+
+have_comma_locale()
+{
+  locale -a 2>/dev/null | grep -qix 'de_DE.utf8'
+}
+
 as_root()
 {
   if [ "$(id -u)" -eq 0 ]; then
@@ -43,6 +51,10 @@ ensure_test_locale()
   if ! have_test_locale; then
     echo "setup: compiling the $test_locale locale"
     as_root localedef -i en_US -f ISO-8859-1 "$test_locale"
+  fi
+  if ! have_comma_locale; then
+    echo "setup: compiling the $comma_locale locale"
+    as_root localedef -i de_DE -f UTF-8 "$comma_locale"
   fi
 }
 

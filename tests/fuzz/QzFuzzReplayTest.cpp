@@ -17,6 +17,10 @@
 
 extern "C" int QzTextDecodeFuzzOneInput(std::uint8_t const *data, std::size_t size);
 extern "C" int QzReadDumpFuzzOneInput(std::uint8_t const *data, std::size_t size);
+extern "C" int QzStepToWideFuzzOneInput(std::uint8_t const *data, std::size_t size);
+extern "C" int QzSevenBitFuzzOneInput(std::uint8_t const *data, std::size_t size);
+extern "C" int QzEncodeFuzzOneInput(std::uint8_t const *data, std::size_t size);
+extern "C" int QzJsonReadStreamFuzzOneInput(std::uint8_t const *data, std::size_t size);
 
 struct FuzzTarget {
     char const *name;  // also the folder of its seeds under the corpus directory
@@ -32,6 +36,10 @@ static void PrintTo(FuzzTarget const &target, std::ostream *out)
 const FuzzTarget kFuzzTargets[] = {
     {"QzTextDecodeFuzz", &QzTextDecodeFuzzOneInput},
     {"QzReadDumpFuzz", &QzReadDumpFuzzOneInput},
+    {"QzStepToWideFuzz", &QzStepToWideFuzzOneInput},
+    {"QzSevenBitFuzz", &QzSevenBitFuzzOneInput},
+    {"QzEncodeFuzz", &QzEncodeFuzzOneInput},
+    {"QzJsonReadStreamFuzz", &QzJsonReadStreamFuzzOneInput},
 };
 
 // The seed files of a target, in name order so failures repeat alike.

@@ -545,7 +545,11 @@ TEST(QzSysStringTest, MultiByteToWideCharIsStrictUtf8)
     ScopedCtype ctype("C.UTF-8");
     for (DecodeRow const &row : kDecodeRows) {
         SCOPED_TRACE(row.name);
-        CheckConversion(row.bytes, row.wide, &QzSysString::MultiByteToWideChar);
+        // The four-argument form: the name also has a C-string overload.
+        CheckConversion(row.bytes, row.wide,
+                        [](char const *text, int length, LtWChar *out, int out_count) {
+                            return QzSysString::MultiByteToWideChar(text, length, out, out_count);
+                        });
     }
 }
 
@@ -572,7 +576,10 @@ TEST(QzSysStringTest, WideCharToMultiByteReplacesLoneSurrogates)
     };
     for (Row const &row : rows) {
         SCOPED_TRACE(row.name);
-        CheckConversion(row.wide, row.bytes, &QzSysString::WideCharToMultiByte);
+        CheckConversion(row.wide, row.bytes,
+                        [](LtWChar const *text, int length, char *out, int out_count) {
+                            return QzSysString::WideCharToMultiByte(text, length, out, out_count);
+                        });
     }
 }
 

@@ -4,6 +4,7 @@
 #include "qzutil/text/QzWideString.h"
 
 #include <string>
+#include <type_traits>
 
 #include <gtest/gtest.h>
 
@@ -222,7 +223,14 @@ TEST_F(QzWideStringTest, MultiExtractionUsesTheCodePage)
 template <typename WideText>
 class QzWideTextTest : public QzTextTest {};
 using QzWideTexts = ::testing::Types<QzWideString, QzWideStringBuffer>;
-TYPED_TEST_SUITE(QzWideTextTest, QzWideTexts);
+struct QzWideTextName {
+    template <typename WideText>
+    static std::string GetName(int)
+    {
+        return std::is_same<WideText, QzWideString>::value ? "String" : "Buffer";
+    }
+};
+TYPED_TEST_SUITE(QzWideTextTest, QzWideTexts, QzWideTextName);
 
 // The object takes on the converted text also when that is the complaint.
 TYPED_TEST(QzWideTextTest, SetFromConversionsTakeTheComplaintToo)

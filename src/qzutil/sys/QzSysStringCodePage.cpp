@@ -1,13 +1,17 @@
 // QzSysStringCodePage.cpp: QzSysString's conversions between UTF-16 and the
-// multi-byte code page, in the conventions of the original platform's calls:
-// a length of -1 means nul-terminated (the nul is converted and counted), an
-// output count of 0 asks for the size, and 0 is the failure result.
+// multi-byte code page, and between UTF-16 and ASCII. The four-argument
+// forms keep the original platform's conventions: a length of -1 means
+// nul-terminated (the nul is converted and counted), an output count of 0
+// asks for the size, and 0 is the failure result. The three-argument forms
+// take C strings: the size counts the nul, a null output asks for the
+// length, and -1 is the failure result.
 #include <algorithm>
 #include <climits>
 #include <string>
 
 #include "qzutil/sys/QzSysString.h"
 #include "qzutil/sys/internal/QzSysCodePage.h"
+#include "qzutil/sys/internal/QzSysStringUnits.h"
 
 namespace {
 
@@ -64,6 +68,58 @@ static int ConversionResult(ConversionOutput<Unit> const &output)
     return static_cast<int>(output.length);
 }
 
+// Runs convert(source, length, output) from a C string into dest under the
+// C-string conventions. Returns the length without the nul, or -1 (and ""
+// in a dest with room) on failure.
+template <typename Input, typename Unit, typename Convert>
+static int ConvertTerminated(Input const *source, Unit *dest, std::size_t size, Convert convert)
+{
+    if (dest != nullptr && size == 0)
+        return -1;
+    bool is_converted = false;
+    ConversionOutput<Unit> output{dest, 0, 0, false};
+    if (dest != nullptr)
+        output.capacity = std::min(size - 1, static_cast<std::size_t>(INT_MAX));
+    if (source != nullptr)
+        is_converted = convert(source, std::char_traits<Input>::length(source), &output);
+    if (!is_converted || output.is_too_small || output.length > static_cast<std::size_t>(INT_MAX)) {
+        if (dest != nullptr)
+            dest[0] = 0;
+        return -1;
+    }
+    if (dest != nullptr)
+        dest[output.length] = 0;
+    return static_cast<int>(output.length);
+}
+
+// Passes each unit of text to the output unchanged. Returns false at the
+// first unit above 0x7F.
+template <typename Input, typename Unit>
+static bool ConvertAscii(Input const *text, std::size_t length, ConversionOutput<Unit> *output)
+{
+    for (std::size_t i = 0; i < length; ++i) {
+        LtNat32 code = QzStringUnits<Input>::Code(text[i]);
+        if (code > 0x7F)
+            return false;
+        Unit unit = static_cast<Unit>(code);
+        if (!StoreCharacter<Unit>(output, &unit, 1))
+            break;
+    }
+    return true;
+}
+
+static bool DecodeStrict(char const *text, std::size_t length, ConversionOutput<LtWChar> *output)
+{
+    return QzSysCodePage::Decode(text, length, /*replace_invalid=*/false, &StoreCharacter<LtWChar>,
+                                 output);
+}
+
+static bool EncodeReplacing(LtWChar const *text, std::size_t length, ConversionOutput<char> *output)
+{
+    QzSysCodePage::Encode(text, length, &StoreCharacter<char>, output);
+    return true;
+}
+
 bool QzSysString::IsMultiByteUTF8()
 {
     return QzSysCodePage::IsUTF8();
@@ -89,4 +145,24 @@ int QzSysString::WideCharToMultiByte(LtWChar const *text, int length, char *out,
         return 0;
     QzSysCodePage::Encode(text, input_length, &StoreCharacter<char>, &output);
     return ConversionResult(output);
+}
+
+int QzSysString::AsciiToWideChar(char const *source, LtWChar *dest, std::size_t size)
+{
+    return ConvertTerminated(source, dest, size, &ConvertAscii<char, LtWChar>);
+}
+
+int QzSysString::WideCharToAscii(LtWChar const *source, char *dest, std::size_t size)
+{
+    return ConvertTerminated(source, dest, size, &ConvertAscii<LtWChar, char>);
+}
+
+int QzSysString::MultiByteToWideChar(char const *source, LtWChar *dest, std::size_t size)
+{
+    return ConvertTerminated(source, dest, size, &DecodeStrict);
+}
+
+int QzSysString::WideCharToMultiByte(LtWChar const *source, char *dest, std::size_t size)
+{
+    return ConvertTerminated(source, dest, size, &EncodeReplacing);
 }
