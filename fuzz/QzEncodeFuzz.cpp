@@ -73,10 +73,10 @@ static int DecodeInto(Decoder decode, std::string const &text, int out_size, Byt
 {
     Bytes out(static_cast<std::size_t>(out_size) + kSentinelBytes, kSentinel);
     int result = decode(text.c_str(), out.data(), out_size);
-    QZ_FUZZ_CODEC_CHECK(std::all_of(out.begin() + out_size, out.end(),
-                                    [](unsigned char byte) { return byte == kSentinel; }),
-                        "a decoder writes nothing past its output size");
-    QZ_FUZZ_CODEC_CHECK(result >= -1 && result <= out_size, "a result is -1 or a count that fits");
+    QZ_FUZZ_CHECK(std::all_of(out.begin() + out_size, out.end(),
+                              [](unsigned char byte) { return byte == kSentinel; }),
+                  "a decoder writes nothing past its output size");
+    QZ_FUZZ_CHECK(result >= -1 && result <= out_size, "a result is -1 or a count that fits");
     if (result > 0)
         bytes->assign(out.begin(), out.begin() + result);
     else
@@ -91,16 +91,16 @@ static std::string CheckEncodingOf(Codec const &codec, Bytes const &bytes)
     int const size = static_cast<int>(bytes.size());
     QzStringBuffer encoded;
     codec.encode(bytes.data(), size, &encoded);
-    QZ_FUZZ_CODEC_CHECK(!encoded.IsNull(), "encoding bytes gives a text");
+    QZ_FUZZ_CHECK(!encoded.IsNull(), "encoding bytes gives a text");
     std::string const text = TextOf(encoded);
     Bytes decoded;
-    QZ_FUZZ_CODEC_CHECK(DecodeInto(codec.decode, text, size, &decoded) == size && decoded == bytes,
-                        "the encoding decodes to its bytes");
-    QZ_FUZZ_CODEC_CHECK(codec.decode(text.c_str(), nullptr, 0) == size,
-                        "the count of the encoding is the number of bytes");
+    QZ_FUZZ_CHECK(DecodeInto(codec.decode, text, size, &decoded) == size && decoded == bytes,
+                  "the encoding decodes to its bytes");
+    QZ_FUZZ_CHECK(codec.decode(text.c_str(), nullptr, 0) == size,
+                  "the count of the encoding is the number of bytes");
     if (size > 0) {
-        QZ_FUZZ_CODEC_CHECK(DecodeInto(codec.decode, text, size - 1, &decoded) == -1,
-                            "one byte less of room is refused");
+        QZ_FUZZ_CHECK(DecodeInto(codec.decode, text, size - 1, &decoded) == -1,
+                      "one byte less of room is refused");
     }
     return text;
 }
@@ -108,25 +108,25 @@ static std::string CheckEncodingOf(Codec const &codec, Bytes const &bytes)
 static void CheckDecodingOf(Codec const &codec, std::string const &text)
 {
     int const count = codec.decode(text.c_str(), nullptr, 0);
-    QZ_FUZZ_CODEC_CHECK(count >= -1 && static_cast<std::size_t>(count + 1) <= text.size() + 1,
-                        "a count is -1 or at most one byte a character");
+    QZ_FUZZ_CHECK(count >= -1 && static_cast<std::size_t>(count + 1) <= text.size() + 1,
+                  "a count is -1 or at most one byte a character");
     if (count < 0)
         return;
     Bytes decoded;
     int const result = DecodeInto(codec.decode, text, count, &decoded);
-    QZ_FUZZ_CODEC_CHECK(result == count || (codec.counts_unchecked && result == -1),
-                        "a decoding into exactly its count gives that count");
+    QZ_FUZZ_CHECK(result == count || (codec.counts_unchecked && result == -1),
+                  "a decoding into exactly its count gives that count");
     if (result < 0)
         return;
     if (count > 0) {
         Bytes small;
-        QZ_FUZZ_CODEC_CHECK(DecodeInto(codec.decode, text, count - 1, &small) == -1,
-                            "a decoding into one byte less than its count is refused");
+        QZ_FUZZ_CHECK(DecodeInto(codec.decode, text, count - 1, &small) == -1,
+                      "a decoding into one byte less than its count is refused");
     }
     std::string const encoded = CheckEncodingOf(codec, decoded);
     if (codec.canonical != nullptr)
-        QZ_FUZZ_CODEC_CHECK(encoded == codec.canonical(text),
-                            "each byte string has one encoding, up to case and padding");
+        QZ_FUZZ_CHECK(encoded == codec.canonical(text),
+                      "each byte string has one encoding, up to case and padding");
 }
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)

@@ -1,16 +1,19 @@
-// QzFuzzCheck.h: what the fuzz targets of the text codecs share: the
-// property check, the input read as C text, and the check that each input
-// gives back every block it took. A broken property stops the run like a
-// crash, so libFuzzer saves the input and the seed replay test fails.
+// QzFuzzCheck.h: what the fuzz targets share: the property check, the
+// handlers that take the posts bad input is expected to make, the input read
+// as C text, and the check that each input gives back every block it took. A
+// broken property stops the run like a crash, so libFuzzer saves the input
+// and the seed replay test fails.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <string>
 
 #include "qzutil/frame/LtTypes.h"
+#include "qzutil/frame/QzSysError.h"
 #include "qzutil/memory/QzMemory.h"
 #include "qzutil/text/QzWideStringBuffer.h"
 
@@ -21,9 +24,24 @@
     std::abort();
 }
 
-#define QZ_FUZZ_CODEC_CHECK(condition, property) \
-    ((condition) ? static_cast<void>(0)          \
+#define QZ_FUZZ_CHECK(condition, property) \
+    ((condition) ? static_cast<void>(0)    \
                  : QzFuzzCheckFailed(__FILE_NAME__, __LINE__, property, #condition))
+
+// Bad input is expected: error and warning posts are taken, so that only a
+// precondition or assertion post, a fault of the library, ends the run.
+inline int QzFuzzTakeInputErrorPost(QzSysError::Severity, QzComponent *, int, void *,
+                                    LtWChar const *)
+{
+    return 1;
+}
+
+inline void QzFuzzTakeInputErrors()
+{
+    for (QzSysError::Severity severity : {QzSysError::eERROR, QzSysError::eWARNING})
+        QzSysError::SetHandler(&QzFuzzTakeInputErrorPost, severity,
+                               static_cast<QzComponent *>(nullptr), -1);
+}
 
 // The input as a C caller passes text: at most `max_bytes` of it, up to the
 // first nul.
@@ -49,8 +67,8 @@ public:
     QzFuzzMemoryBalance() : m_allocated_before(QzMemory::GetDirectMemoryAllocated()) {}
     ~QzFuzzMemoryBalance()
     {
-        QZ_FUZZ_CODEC_CHECK(QzMemory::GetDirectMemoryAllocated() == m_allocated_before,
-                            "every block went back to QzMemory");
+        QZ_FUZZ_CHECK(QzMemory::GetDirectMemoryAllocated() == m_allocated_before,
+                      "every block went back to QzMemory");
     }
     QzFuzzMemoryBalance(QzFuzzMemoryBalance const &) = delete;
     QzFuzzMemoryBalance &operator=(QzFuzzMemoryBalance const &) = delete;

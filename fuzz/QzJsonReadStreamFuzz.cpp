@@ -6,6 +6,8 @@
 // a wrong type, which must set the error and freeze the stream.
 #include "qzutil/structured/QzJsonReadStream.h"
 
+#include "QzFuzzCheck.h"
+
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -31,23 +33,6 @@ constexpr std::size_t kMaxInputBytes = 64 * 1024;
 // Walks that each end in one wrong-type read, at the first values.
 constexpr int kWrongTypeWalks = 6;
 
-[[noreturn]] static void FailCheck(char const *condition, char const *property, int line)
-{
-    std::fprintf(stderr, "QzJsonReadStreamFuzz:%d: %s\n  failed: %s\n", line, property, condition);
-    std::abort();
-}
-
-// Stops the run with the broken property; libFuzzer then saves the input.
-#define QZ_FUZZ_CHECK(condition, property) \
-    ((condition) ? static_cast<void>(0) : FailCheck(#condition, property, __LINE__))
-
-// Bad input is expected: error and warning posts are taken, so that only a
-// precondition or assertion post, a fault of the library, ends the run.
-static int TakeInputErrorPost(QzSysError::Severity, QzComponent *, int, void *, LtWChar const *)
-{
-    return 1;
-}
-
 static void SetUpOnce()
 {
     static bool is_set_up = false;
@@ -55,10 +40,7 @@ static void SetUpOnce()
         return;
     is_set_up = true;
     QzJsonStream::Initialise();  // for good: the fuzzer never unloads the target
-    QzSysError::SetHandler(&TakeInputErrorPost, QzSysError::eERROR,
-                           static_cast<QzComponent *>(nullptr), -1);
-    QzSysError::SetHandler(&TakeInputErrorPost, QzSysError::eWARNING,
-                           static_cast<QzComponent *>(nullptr), -1);
+    QzFuzzTakeInputErrors();
 }
 
 static int TypeOf(cJSON const *node)
@@ -364,5 +346,3 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
                   "every block went back to QzMemory");
     return 0;
 }
-
-#undef QZ_FUZZ_CHECK

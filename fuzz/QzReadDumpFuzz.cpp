@@ -4,6 +4,8 @@
 // only terminated texts no longer than the file, print nothing past the
 // system line when it fails, and print the first log part when it succeeds.
 // Only public headers: the target sees the library as a user does.
+#include "QzFuzzCheck.h"
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,16 +26,6 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
 constexpr std::size_t kMaxInputBytes = 256 * 1024;
 // A system line: fixed words, four numbers and 32 bytes of release text.
 constexpr std::size_t kMaxSystemLineBytes = 192;
-
-[[noreturn]] static void FailCheck(char const *condition, char const *property, int line)
-{
-    std::fprintf(stderr, "QzReadDumpFuzz:%d: %s\n  failed: %s\n", line, property, condition);
-    std::abort();
-}
-
-// Stops the run with the broken property; libFuzzer then saves the input.
-#define QZ_FUZZ_CHECK(condition, property) \
-    ((condition) ? static_cast<void>(0) : FailCheck(#condition, property, __LINE__))
 
 // A damaged dump is expected here: its warning is taken, so that only a
 // precondition or assertion post, a fault of the library, ends the run.
@@ -123,5 +115,3 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
     }
     return 0;
 }
-
-#undef QZ_FUZZ_CHECK

@@ -59,22 +59,22 @@ static void CheckEncodingOf(std::u16string const &units)
 {
     QzStringBuffer seven_bit;
     QzStringConv::EncodeWideTo7BitAscii(units.c_str(), &seven_bit);
-    QZ_FUZZ_CODEC_CHECK(!seven_bit.IsNull() && IsPrintableAscii(seven_bit.GetString()),
-                        "the 7-bit form is printable ASCII");
+    QZ_FUZZ_CHECK(!seven_bit.IsNull() && IsPrintableAscii(seven_bit.GetString()),
+                  "the 7-bit form is printable ASCII");
     QzWideStringBuffer decoded;
-    QZ_FUZZ_CODEC_CHECK(QzStringConv::DecodeWideFrom7BitAscii(seven_bit.GetString(), &decoded) &&
-                            QzFuzzUnitsOf(decoded) == units,
-                        "the 7-bit form decodes to its units");
+    QZ_FUZZ_CHECK(QzStringConv::DecodeWideFrom7BitAscii(seven_bit.GetString(), &decoded) &&
+                      QzFuzzUnitsOf(decoded) == units,
+                  "the 7-bit form decodes to its units");
 }
 
 static void CheckDecodingOf(std::string const &text)
 {
     QzWideStringBuffer wide;
     bool const is_good = QzStringConv::DecodeWideFrom7BitAscii(text.c_str(), &wide);
-    QZ_FUZZ_CODEC_CHECK(is_good == IsWellFormed(text),
-                        "decoding succeeds exactly when every \"/\" is well formed");
+    QZ_FUZZ_CHECK(is_good == IsWellFormed(text),
+                  "decoding succeeds exactly when every \"/\" is well formed");
     std::u16string const units = QzFuzzUnitsOf(wide);
-    QZ_FUZZ_CODEC_CHECK(units.size() <= text.size(), "each unit comes from at least one byte");
+    QZ_FUZZ_CHECK(units.size() <= text.size(), "each unit comes from at least one byte");
     if (is_good)
         CheckEncodingOf(units);
 }

@@ -54,25 +54,25 @@ static void CheckStep(std::string const &text)
 {
     QzWideStringBuffer wide(u"left over");
     bool const is_good = QzStringConv::STEPToWide(text.c_str(), &wide);
-    QZ_FUZZ_CODEC_CHECK(!wide.IsNull(), "decoding text gives a block");
-    QZ_FUZZ_CODEC_CHECK(wide.GetLength() == QzWideString::GetLength(wide.GetString()),
-                        "the result holds no nul before its length");
+    QZ_FUZZ_CHECK(!wide.IsNull(), "decoding text gives a block");
+    QZ_FUZZ_CHECK(wide.GetLength() == QzWideString::GetLength(wide.GetString()),
+                  "the result holds no nul before its length");
     std::u16string const units = QzFuzzUnitsOf(wide);
-    QZ_FUZZ_CODEC_CHECK(units.size() <= text.size(), "each unit comes from at least one byte");
+    QZ_FUZZ_CHECK(units.size() <= text.size(), "each unit comes from at least one byte");
 
     std::string const printable = PrintableBytesOf(text);
     QzWideStringBuffer filtered;
-    QZ_FUZZ_CODEC_CHECK(QzStringConv::STEPToWide(printable.c_str(), &filtered) == is_good &&
-                            QzFuzzUnitsOf(filtered) == units,
-                        "bytes outside 32 to 126 change nothing");
+    QZ_FUZZ_CHECK(QzStringConv::STEPToWide(printable.c_str(), &filtered) == is_good &&
+                      QzFuzzUnitsOf(filtered) == units,
+                  "bytes outside 32 to 126 change nothing");
     if (printable.find('\\') == std::string::npos)
-        QZ_FUZZ_CODEC_CHECK(is_good && units == std::u16string(printable.begin(), printable.end()),
-                            "text without a backslash stands for itself");
+        QZ_FUZZ_CHECK(is_good && units == std::u16string(printable.begin(), printable.end()),
+                      "text without a backslash stands for itself");
 
     QzWideStringBuffer again;
-    QZ_FUZZ_CODEC_CHECK(QzStringConv::STEPToWide(WriteStep(units).c_str(), &again) &&
-                            QzFuzzUnitsOf(again) == units,
-                        "what a plain writer makes of the result reads back as the result");
+    QZ_FUZZ_CHECK(QzStringConv::STEPToWide(WriteStep(units).c_str(), &again) &&
+                      QzFuzzUnitsOf(again) == units,
+                  "what a plain writer makes of the result reads back as the result");
 }
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size)

@@ -3,6 +3,8 @@
 // natural order over decoded text. Each input is held to properties that hold
 // for any bytes, so a wrong answer stops the run as surely as a crash does.
 // Only public headers: the target sees the library as a user does.
+#include "QzFuzzCheck.h"
+
 #include <algorithm>
 #include <cctype>
 #include <climits>
@@ -28,23 +30,6 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
 // Longer inputs cost time and reach no path that 64 KiB does not.
 constexpr std::size_t kMaxInputBytes = 64 * 1024;
 
-[[noreturn]] static void FailCheck(char const *condition, char const *property, int line)
-{
-    std::fprintf(stderr, "QzTextDecodeFuzz:%d: %s\n  failed: %s\n", line, property, condition);
-    std::abort();
-}
-
-// Stops the run with the broken property; libFuzzer then saves the input.
-#define QZ_FUZZ_CHECK(condition, property) \
-    ((condition) ? static_cast<void>(0) : FailCheck(#condition, property, __LINE__))
-
-// Bad input is expected here: error and warning posts are taken, so that only
-// a precondition or assertion post, a fault of the library, ends the run.
-static int TakeInputErrorPost(QzSysError::Severity, QzComponent *, int, void *, LtWChar const *)
-{
-    return 1;
-}
-
 // Once per process: the fuzzer calls the target again and again and never
 // unloads it, so QzString stays initialised for good.
 static void SetUpOnce()
@@ -54,10 +39,7 @@ static void SetUpOnce()
         return;
     is_set_up = true;
     QzString::Initialise();
-    QzSysError::SetHandler(&TakeInputErrorPost, QzSysError::eERROR,
-                           static_cast<QzComponent *>(nullptr), -1);
-    QzSysError::SetHandler(&TakeInputErrorPost, QzSysError::eWARNING,
-                           static_cast<QzComponent *>(nullptr), -1);
+    QzFuzzTakeInputErrors();
     // The code-page checks below rely on UTF-8 with Unicode's strict rules.
     QZ_FUZZ_CHECK(std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr, "the C.UTF-8 locale exists");
     QZ_FUZZ_CHECK(QzSysString::IsMultiByteUTF8(), "the code page is UTF-8");
@@ -541,5 +523,3 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const *data, std::size_t size
                   "every block went back to QzMemory");
     return 0;
 }
-
-#undef QZ_FUZZ_CHECK
