@@ -12,6 +12,7 @@ struct QzCommand {
 int RunVersionCommand(int argc, char **argv);
 int RunDemoCommand(int argc, char **argv);
 int RunDumpCommand(int argc, char **argv);
+int RunStreamCommand(int argc, char **argv);
 
 // True when the first argument after the command name asks for its help; a
 // command with subcommands passes on the rest, so each subcommand answers

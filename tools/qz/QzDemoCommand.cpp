@@ -1,6 +1,7 @@
 // QzDemoCommand.cpp: "qz demo": a tour of the frame for a new user.
 
 #include "QzCommands.h"
+#include "QzDemo.h"
 
 #include <cstdio>
 
@@ -132,6 +133,7 @@ int RunDemoCommand(int argc, char **)
     ShowText();
     ShowErrors();
     ShowAllocator();
+    bool const streams_ok = ShowTypedStreams();
     QzError::Trace(1, "not shown: tracing is off\n");
 
     std::printf("\nThe log so far:\n");
@@ -141,5 +143,5 @@ int RunDemoCommand(int argc, char **)
     QzError::Terminate();
     std::printf("\nAfter Terminate, %s components are initialised.\n",
                 QzSysError::GetFirstComponent() == nullptr ? "no" : "some");
-    return 0;
+    return streams_ok ? 0 : 1;
 }

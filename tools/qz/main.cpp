@@ -31,6 +31,13 @@ static QzCommand const kCommands[] = {
      "test   runs qz dump crash in a child process and prints the dump it left\n"
      "crash  sets up crash dumps into DUMPFILE and crashes on purpose\n",
      RunDumpCommand},
+    {"stream", "check a stream file's header and show its configuration",
+     "usage: qz stream info FILE\n"
+     "       qz stream info --help\n"
+     "\n"
+     "info   checks the header line of a stream file and prints the form,\n"
+     "       precision, debug tokens, wide-string encoding, format and filters\n",
+     RunStreamCommand},
 };
 
 static void PrintToolHelp(FILE *out)

@@ -7,6 +7,9 @@
 #include "qzutil/memory/QzDeletable.h"
 #include "qzutil/text/QzWideString.h"
 
+class QzReadStream;
+class QzWriteStream;
+
 // A file on the disk, made at construction (or adopted by path), that is
 // removed when the last reference goes, unless TakeOwnership was called.
 //
@@ -45,6 +48,14 @@ public:
     // Replaces this file's bytes with those of `other`. False if either has
     // no file or the copy failed.
     bool CopyContents(QzTempFile const &other);
+
+    // The file's bytes in a stream: Nat64 size, then the bytes as Nat8
+    // arrays of at most 65,536. A file that cannot be read, or written back,
+    // sets the stream's error (and posts a warning for QzTempFile), so that
+    // no bytes are lost silently.
+    void WriteContents(QzWriteStream *stream) const;
+    // Replaces the file's bytes with those the stream holds.
+    void ReadContents(QzReadStream *stream);
 
 private:
     ~QzTempFile();  // through Unref only
