@@ -246,22 +246,6 @@ void QzReadStream::GetBinaryValues(void *values, int size, LtInt32 count)
         std::memset(out, 0, remaining);
 }
 
-// The common case of a scalar, a few instructions: binary, no token, a block
-// held with the cursor aligned and the value in it. In ascii the alignment
-// stays 1, so only single bytes need the ascii test.
-template <typename Value>
-inline bool QzReadStream::TakeBinaryFast(Value *value)
-{
-    constexpr int kSize = static_cast<int>(sizeof(Value));
-    if (m_alignment < kSize || m_block_end - m_cursor < kSize || IsError() || IsDebug() ||
-        (kSize == 1 && IsAscii()))
-        return false;
-    std::memcpy(value, m_cursor, sizeof(Value));
-    m_cursor += kSize;
-    m_alignment = kSize;
-    return true;
-}
-
 template <typename Value>
 void QzReadStream::GetValues(Value *values, LtInt32 count)
 {
@@ -289,15 +273,6 @@ void QzReadStream::GetValues(Value *values, LtInt32 count)
     ScanAsciiValues(values, kind, count);
 }
 
-template <typename Value>
-Value QzReadStream::ReadScalar(DebugToken token)
-{
-    Value value;
-    if (TakeBinaryFast(&value))
-        return value;
-    return ReadScalarSlow<Value>(token);
-}
-
 // Kept out of line so that the fast path of ReadScalar needs no stack frame.
 template <typename Value>
 __attribute__((noinline)) Value QzReadStream::ReadScalarSlow(DebugToken token)
@@ -307,6 +282,16 @@ __attribute__((noinline)) Value QzReadStream::ReadScalarSlow(DebugToken token)
     GetValues(&value, 1);
     return value;
 }
+
+// The slow path that the inline scalars of the header call.
+template LtNat8 QzReadStream::ReadScalarSlow<LtNat8>(DebugToken);
+template LtInt16 QzReadStream::ReadScalarSlow<LtInt16>(DebugToken);
+template LtNat16 QzReadStream::ReadScalarSlow<LtNat16>(DebugToken);
+template LtInt32 QzReadStream::ReadScalarSlow<LtInt32>(DebugToken);
+template LtNat32 QzReadStream::ReadScalarSlow<LtNat32>(DebugToken);
+template LtNat64 QzReadStream::ReadScalarSlow<LtNat64>(DebugToken);
+template LtSingle QzReadStream::ReadScalarSlow<LtSingle>(DebugToken);
+template LtDouble QzReadStream::ReadScalarSlow<LtDouble>(DebugToken);
 
 template <typename Value>
 void QzReadStream::ReadArray(Value *values, LtInt32 count, DebugToken token)
@@ -349,55 +334,10 @@ void QzReadStream::CheckDebug(DebugToken token, LtInt32 count)
         ReportParseError(count, read[1]);
 }
 
-LtInt8 QzReadStream::ReadInt8()
-{
-    return static_cast<LtInt8>(ReadScalar<LtNat8>(eTOKEN_NAT8));
-}
-
-LtNat8 QzReadStream::ReadNat8()
-{
-    return ReadScalar<LtNat8>(eTOKEN_NAT8);
-}
-
-LtInt16 QzReadStream::ReadInt16()
-{
-    return ReadScalar<LtInt16>(eTOKEN_INT16);
-}
-
-LtNat16 QzReadStream::ReadNat16()
-{
-    return ReadScalar<LtNat16>(eTOKEN_NAT16);
-}
-
-LtInt32 QzReadStream::ReadInt32()
-{
-    return ReadScalar<LtInt32>(eTOKEN_INT32);
-}
-
-LtNat32 QzReadStream::ReadNat32()
-{
-    return ReadScalar<LtNat32>(eTOKEN_NAT32);
-}
-
-LtNat64 QzReadStream::ReadNat64()
-{
-    return ReadScalar<LtNat64>(eTOKEN_NAT64);
-}
-
-LtInt64 QzReadStream::ReadTime()
-{
-    return static_cast<LtInt64>(ReadScalar<LtNat64>(eTOKEN_NAT64));
-}
-
 LtSingle QzReadStream::ReadSingle()
 {
     LtSingle const value = ReadScalar<LtSingle>(eTOKEN_SINGLE);
     return IsError() ? 0.0f : value;
-}
-
-LtDouble QzReadStream::ReadDouble()
-{
-    return ReadScalar<LtDouble>(eTOKEN_DOUBLE);
 }
 
 LtFloat QzReadStream::ReadFloat()
@@ -405,21 +345,6 @@ LtFloat QzReadStream::ReadFloat()
     if (IsDouble())
         return ReadScalar<LtDouble>(eTOKEN_FLOAT);
     return ReadScalar<LtSingle>(eTOKEN_FLOAT);
-}
-
-bool QzReadStream::ReadBoolean()
-{
-    return ReadScalar<LtNat32>(eTOKEN_BOOLEAN) == 1;
-}
-
-LtNat32 QzReadStream::ReadEnum()
-{
-    return ReadScalar<LtNat32>(eTOKEN_ENUM);
-}
-
-LtNat32 QzReadStream::ReadBitfield()
-{
-    return ReadScalar<LtNat32>(eTOKEN_BITFIELD);
 }
 
 LtInt32 QzReadStream::ReadArraySize32()

@@ -2,6 +2,7 @@
 // the stream's header line declares.
 #pragma once
 
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -245,3 +246,92 @@ private:
     QzStringBuffer m_temp_buffer2;  // the narrow form of a wide string being read
     QzWideStringBuffer m_temp_wide_buffer;
 };
+
+// --- Inline scalars ---
+// The common binary case (no token, a block held with the cursor aligned for
+// the value and the value in it, no error) takes the value in place, so a
+// loop of scalar reads costs a few instructions a value; everything else
+// goes through the token check and the out-of-line paths. In ascii the
+// alignment stays 1, so only single bytes need the ascii test.
+
+template <typename Value>
+inline bool QzReadStream::TakeBinaryFast(Value *value)
+{
+    constexpr int kSize = static_cast<int>(sizeof(Value));
+    if (m_alignment < kSize || m_block_end - m_cursor < kSize || IsError() || IsDebug() ||
+        (kSize == 1 && IsAscii()))
+        return false;
+    std::memcpy(value, m_cursor, sizeof(Value));
+    m_cursor += kSize;
+    m_alignment = kSize;
+    return true;
+}
+
+template <typename Value>
+inline Value QzReadStream::ReadScalar(DebugToken token)
+{
+    Value value;
+    if (TakeBinaryFast(&value))
+        return value;
+    return ReadScalarSlow<Value>(token);
+}
+
+inline LtInt8 QzReadStream::ReadInt8()
+{
+    return static_cast<LtInt8>(ReadScalar<LtNat8>(eTOKEN_NAT8));
+}
+
+inline LtNat8 QzReadStream::ReadNat8()
+{
+    return ReadScalar<LtNat8>(eTOKEN_NAT8);
+}
+
+inline LtInt16 QzReadStream::ReadInt16()
+{
+    return ReadScalar<LtInt16>(eTOKEN_INT16);
+}
+
+inline LtNat16 QzReadStream::ReadNat16()
+{
+    return ReadScalar<LtNat16>(eTOKEN_NAT16);
+}
+
+inline LtInt32 QzReadStream::ReadInt32()
+{
+    return ReadScalar<LtInt32>(eTOKEN_INT32);
+}
+
+inline LtNat32 QzReadStream::ReadNat32()
+{
+    return ReadScalar<LtNat32>(eTOKEN_NAT32);
+}
+
+inline LtNat64 QzReadStream::ReadNat64()
+{
+    return ReadScalar<LtNat64>(eTOKEN_NAT64);
+}
+
+inline LtInt64 QzReadStream::ReadTime()
+{
+    return static_cast<LtInt64>(ReadScalar<LtNat64>(eTOKEN_NAT64));
+}
+
+inline LtDouble QzReadStream::ReadDouble()
+{
+    return ReadScalar<LtDouble>(eTOKEN_DOUBLE);
+}
+
+inline bool QzReadStream::ReadBoolean()
+{
+    return ReadScalar<LtNat32>(eTOKEN_BOOLEAN) == 1;
+}
+
+inline LtNat32 QzReadStream::ReadEnum()
+{
+    return ReadScalar<LtNat32>(eTOKEN_ENUM);
+}
+
+inline LtNat32 QzReadStream::ReadBitfield()
+{
+    return ReadScalar<LtNat32>(eTOKEN_BITFIELD);
+}

@@ -218,16 +218,18 @@ void QzStream::Initialise()
 {
     if (!g_stream_component.Initialise("QzStream", QZ_COMPONENT_INFO))
         return;
-    QzStreamSink::Initialise();
+    QzError::Initialise();
     QzString::Initialise();
+    QzStreamSink::Initialise();
 }
 
 void QzStream::Terminate()
 {
     if (!g_stream_component.Terminate())
         return;
-    QzString::Terminate();
     QzStreamSink::Terminate();
+    QzString::Terminate();
+    QzError::Terminate();
 }
 
 int QzStream::IsInitialised()

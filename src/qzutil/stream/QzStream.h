@@ -172,7 +172,8 @@ public:
     // sink), posting failures and going on. Non-zero if all ended well.
     int ClearChain(int write, int with_sink);
 
-    // The counted component "QzStream", over QzStreamSink and QzString.
+    // The counted component "QzStream", over QzError, QzString and
+    // QzStreamSink.
     static void Initialise();
     static void Terminate();
     static int IsInitialised();

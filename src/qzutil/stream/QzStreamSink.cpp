@@ -64,14 +64,12 @@ void QzStreamSink::Initialise()
     if (!g_stream_sink_component.Initialise("QzStreamSink", QZ_COMPONENT_INFO))
         return;
     QzError::Initialise();
-    QzMemory::Initialise();
 }
 
 void QzStreamSink::Terminate()
 {
     if (!g_stream_sink_component.Terminate())
         return;
-    QzMemory::Terminate();
     QzError::Terminate();
 }
 

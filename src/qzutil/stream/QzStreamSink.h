@@ -57,7 +57,7 @@ public:
     // Returns a block of AllocBlock with the same size; non-zero on success.
     virtual int DeallocBlock(unsigned char *block, int size);
 
-    // The counted component "QzStreamSink", over QzError and QzMemory.
+    // The counted component "QzStreamSink", over QzError.
     static void Initialise();
     static void Terminate();
     static int IsInitialised();

@@ -205,20 +205,6 @@ void QzWriteStream::SendArray(ValueKind kind, void const *values, LtInt32 count)
         SendBytes(values, kValueSize[kind], static_cast<std::size_t>(count));
 }
 
-template <typename T>
-inline bool QzWriteStream::StoreFast(T value)
-{
-    constexpr int size = static_cast<int>(sizeof(T));
-    // m_alignment is 0 without a block and in ascii; room beyond this value
-    // means the block cannot fill here, so no SendBlock is due.
-    if (m_alignment < size || m_block_end - m_cursor <= size || IsError())
-        return false;
-    std::memcpy(m_cursor, &value, sizeof(T));
-    m_cursor += size;
-    m_alignment = size;
-    return true;
-}
-
 // The slow paths stay out of line so that the callers' fast paths need no
 // stack frame.
 template <typename T>
@@ -235,19 +221,19 @@ template <typename T>
         SendArray(kind, &value, 1);
 }
 
-template <typename T>
-inline void QzWriteStream::SendValue(T value, ValueKind kind)
-{
-    if (!StoreFast(value))
-        SendValueSlow(value, kind);
-}
-
-template <typename T>
-inline void QzWriteStream::WriteValue(DebugToken token, T value, ValueKind kind)
-{
-    if (IsDebug() || !StoreFast(value))
-        WriteValueSlow(token, value, kind);
-}
+// The slow paths that the inline scalars of the header call.
+#define QZ_INSTANTIATE_SLOW_PATHS(T)                             \
+    template void QzWriteStream::SendValueSlow<T>(T, ValueKind); \
+    template void QzWriteStream::WriteValueSlow<T>(DebugToken, T, ValueKind);
+QZ_INSTANTIATE_SLOW_PATHS(LtNat8)
+QZ_INSTANTIATE_SLOW_PATHS(LtInt16)
+QZ_INSTANTIATE_SLOW_PATHS(LtNat16)
+QZ_INSTANTIATE_SLOW_PATHS(LtInt32)
+QZ_INSTANTIATE_SLOW_PATHS(LtNat32)
+QZ_INSTANTIATE_SLOW_PATHS(LtNat64)
+QZ_INSTANTIATE_SLOW_PATHS(LtSingle)
+QZ_INSTANTIATE_SLOW_PATHS(LtDouble)
+#undef QZ_INSTANTIATE_SLOW_PATHS
 
 void QzWriteStream::SendAscii(char const *text)
 {
@@ -275,36 +261,6 @@ void QzWriteStream::WriteSync()
 
 // --- Undecorated primitives and tokens ---
 
-void QzWriteStream::SendInt16(LtInt16 value)
-{
-    SendValue(value, eVALUE_INT16);
-}
-
-void QzWriteStream::SendInt32(LtInt32 value)
-{
-    SendValue(value, eVALUE_INT32);
-}
-
-void QzWriteStream::SendNat8(LtNat8 value)
-{
-    SendValue(value, eVALUE_NAT8);
-}
-
-void QzWriteStream::SendNat16(LtNat16 value)
-{
-    SendValue(value, eVALUE_NAT16);
-}
-
-void QzWriteStream::SendNat32(LtNat32 value)
-{
-    SendValue(value, eVALUE_NAT32);
-}
-
-void QzWriteStream::SendNat64(LtNat64 value)
-{
-    SendValue(value, eVALUE_NAT64);
-}
-
 void QzWriteStream::SendDebug(DebugToken token)
 {
     if (!IsDebug() || IsError())
@@ -329,82 +285,12 @@ void QzWriteStream::SendDebug(DebugToken token, LtInt32 count)
 
 // --- Scalars ---
 
-void QzWriteStream::WriteInt8(LtInt8 value)
-{
-    WriteNat8(static_cast<LtNat8>(value));
-}
-
-void QzWriteStream::WriteNat8(LtNat8 value)
-{
-    WriteValue(eTOKEN_NAT8, value, eVALUE_NAT8);
-}
-
-void QzWriteStream::WriteInt16(LtInt16 value)
-{
-    WriteValue(eTOKEN_INT16, value, eVALUE_INT16);
-}
-
-void QzWriteStream::WriteNat16(LtNat16 value)
-{
-    WriteValue(eTOKEN_NAT16, value, eVALUE_NAT16);
-}
-
-void QzWriteStream::WriteInt32(LtInt32 value)
-{
-    WriteValue(eTOKEN_INT32, value, eVALUE_INT32);
-}
-
-void QzWriteStream::WriteNat32(LtNat32 value)
-{
-    WriteValue(eTOKEN_NAT32, value, eVALUE_NAT32);
-}
-
-void QzWriteStream::WriteNat64(LtNat64 value)
-{
-    WriteValue(eTOKEN_NAT64, value, eVALUE_NAT64);
-}
-
-void QzWriteStream::WriteTime(LtInt64 value)
-{
-    WriteNat64(static_cast<LtNat64>(value));
-}
-
-void QzWriteStream::WriteSingle(LtSingle value)
-{
-    WriteValue(eTOKEN_SINGLE, value, eVALUE_SINGLE);
-}
-
-void QzWriteStream::WriteDouble(LtDouble value)
-{
-    WriteValue(eTOKEN_DOUBLE, value, eVALUE_DOUBLE);
-}
-
 void QzWriteStream::WriteFloat(LtFloat value)
 {
     if (IsDouble())
         WriteValue(eTOKEN_FLOAT, value, eVALUE_DOUBLE);
     else
         WriteValue(eTOKEN_FLOAT, static_cast<LtSingle>(value), eVALUE_SINGLE);
-}
-
-void QzWriteStream::WriteBoolean(bool value)
-{
-    WriteValue(eTOKEN_BOOLEAN, static_cast<LtNat32>(value ? 1 : 0), eVALUE_NAT32);
-}
-
-void QzWriteStream::WriteEnum(LtNat32 value)
-{
-    WriteValue(eTOKEN_ENUM, value, eVALUE_NAT32);
-}
-
-void QzWriteStream::WriteBitfield(LtNat32 value)
-{
-    WriteValue(eTOKEN_BITFIELD, value, eVALUE_NAT32);
-}
-
-void QzWriteStream::WriteArraySize32(LtInt32 size)
-{
-    WriteInt32(size);
 }
 
 // --- Strings ---

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <memory>
 
 #include "qzutil/frame/LtTypes.h"
@@ -237,3 +238,137 @@ private:
     int m_bit_words = 0;             // words sent since BeginBits
     QzStringBuffer m_temp_string;    // a wide string converted for sending
 };
+
+// --- Inline scalars ---
+// The common binary case (no token, a block held whose cursor is known to
+// be aligned for the value, room beyond it, no error) stores in place, so a
+// loop of scalar writes costs a few instructions a value; everything else
+// goes to the out-of-line paths.
+
+template <typename T>
+inline bool QzWriteStream::StoreFast(T value)
+{
+    constexpr int size = static_cast<int>(sizeof(T));
+    // m_alignment is 0 without a block and in ascii; room beyond this value
+    // means the block cannot fill here, so no block is due to go out.
+    if (m_alignment < size || m_block_end - m_cursor <= size || IsError())
+        return false;
+    std::memcpy(m_cursor, &value, sizeof(T));
+    m_cursor += size;
+    m_alignment = size;
+    return true;
+}
+
+template <typename T>
+inline void QzWriteStream::SendValue(T value, ValueKind kind)
+{
+    if (!StoreFast(value))
+        SendValueSlow(value, kind);
+}
+
+template <typename T>
+inline void QzWriteStream::WriteValue(DebugToken token, T value, ValueKind kind)
+{
+    if (IsDebug() || !StoreFast(value))
+        WriteValueSlow(token, value, kind);
+}
+
+inline void QzWriteStream::SendInt16(LtInt16 value)
+{
+    SendValue(value, eVALUE_INT16);
+}
+
+inline void QzWriteStream::SendInt32(LtInt32 value)
+{
+    SendValue(value, eVALUE_INT32);
+}
+
+inline void QzWriteStream::SendNat8(LtNat8 value)
+{
+    SendValue(value, eVALUE_NAT8);
+}
+
+inline void QzWriteStream::SendNat16(LtNat16 value)
+{
+    SendValue(value, eVALUE_NAT16);
+}
+
+inline void QzWriteStream::SendNat32(LtNat32 value)
+{
+    SendValue(value, eVALUE_NAT32);
+}
+
+inline void QzWriteStream::SendNat64(LtNat64 value)
+{
+    SendValue(value, eVALUE_NAT64);
+}
+
+inline void QzWriteStream::WriteInt8(LtInt8 value)
+{
+    WriteNat8(static_cast<LtNat8>(value));
+}
+
+inline void QzWriteStream::WriteNat8(LtNat8 value)
+{
+    WriteValue(eTOKEN_NAT8, value, eVALUE_NAT8);
+}
+
+inline void QzWriteStream::WriteInt16(LtInt16 value)
+{
+    WriteValue(eTOKEN_INT16, value, eVALUE_INT16);
+}
+
+inline void QzWriteStream::WriteNat16(LtNat16 value)
+{
+    WriteValue(eTOKEN_NAT16, value, eVALUE_NAT16);
+}
+
+inline void QzWriteStream::WriteInt32(LtInt32 value)
+{
+    WriteValue(eTOKEN_INT32, value, eVALUE_INT32);
+}
+
+inline void QzWriteStream::WriteNat32(LtNat32 value)
+{
+    WriteValue(eTOKEN_NAT32, value, eVALUE_NAT32);
+}
+
+inline void QzWriteStream::WriteNat64(LtNat64 value)
+{
+    WriteValue(eTOKEN_NAT64, value, eVALUE_NAT64);
+}
+
+inline void QzWriteStream::WriteTime(LtInt64 value)
+{
+    WriteNat64(static_cast<LtNat64>(value));
+}
+
+inline void QzWriteStream::WriteSingle(LtSingle value)
+{
+    WriteValue(eTOKEN_SINGLE, value, eVALUE_SINGLE);
+}
+
+inline void QzWriteStream::WriteDouble(LtDouble value)
+{
+    WriteValue(eTOKEN_DOUBLE, value, eVALUE_DOUBLE);
+}
+
+inline void QzWriteStream::WriteEnum(LtNat32 value)
+{
+    WriteValue(eTOKEN_ENUM, value, eVALUE_NAT32);
+}
+
+inline void QzWriteStream::WriteBitfield(LtNat32 value)
+{
+    WriteValue(eTOKEN_BITFIELD, value, eVALUE_NAT32);
+}
+
+inline void QzWriteStream::WriteBoolean(bool value)
+{
+    WriteValue(eTOKEN_BOOLEAN, static_cast<LtNat32>(value ? 1 : 0), eVALUE_NAT32);
+}
+
+inline void QzWriteStream::WriteArraySize32(LtInt32 size)
+{
+    WriteInt32(size);
+}

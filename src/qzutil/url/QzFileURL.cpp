@@ -8,6 +8,7 @@
 #include "qzutil/frame/QzError.h"
 #include "qzutil/frame/internal/QzComponentInfo.h"
 #include "qzutil/sys/QzSysFile.h"
+#include "qzutil/text/QzString.h"
 #include "qzutil/url/internal/QzFileURLHandle.h"
 #include "qzutil/url/internal/QzLocalFileURLHandle.h"
 
@@ -101,6 +102,9 @@ void QzFileURL::Initialise()
 {
     if (!g_file_url_component.Initialise("QzFileURL", QZ_COMPONENT_INFO))
         return;
+    // The block machinery's options, protocols, queues and cache join here;
+    // the local-file stand-in needs the strings and posting only.
+    QzString::Initialise();
     QzError::Initialise();
 }
 
@@ -118,6 +122,7 @@ void QzFileURL::Terminate()
     if (!g_file_url_component.Terminate())
         return;
     QzError::Terminate();
+    QzString::Terminate();
 }
 
 int QzFileURL::IsInitialised()
