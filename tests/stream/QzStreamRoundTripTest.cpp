@@ -14,9 +14,11 @@
 #include "qzutil/stream/QzStreamBlockBuffer.h"
 #include "qzutil/stream/QzStreamBlockStore.h"
 #include "qzutil/stream/QzStreamBuffer.h"
+#include "qzutil/stream/QzStreamFileURLHandle.h"
 #include "qzutil/stream/QzWriteStream.h"
 #include "qzutil/sys/QzTempFile.h"
 #include "qzutil/text/QzWideStringBuffer.h"
+#include "qzutil/url/QzFileURL.h"
 
 #include "stream/QzSinkDriver.h"
 #include "support/QzTestSupport.h"
@@ -372,7 +374,7 @@ TEST_F(QzStreamRoundTripTest, ABlockStoreOfExactlyOneBlockSendsNoTailArray)
     EXPECT_TRUE(back.IsEmpty());
 }
 
-class QzTempFileContentsTest : public QzFileTestDir {
+class QzStreamOnFilesTest : public QzFileTestDir {
 protected:
     void SetUp() override
     {
@@ -386,7 +388,7 @@ protected:
     }
 };
 
-TEST_F(QzTempFileContentsTest, AFileTravelsInAStreamAndAMissingOneStopsIt)
+TEST_F(QzStreamOnFilesTest, AFileTravelsInAStreamAndAMissingOneStopsIt)
 {
     std::string bytes(200000, '\0');
     for (std::size_t i = 0; i < bytes.size(); ++i)
@@ -416,6 +418,37 @@ TEST_F(QzTempFileContentsTest, AFileTravelsInAStreamAndAMissingOneStopsIt)
     EXPECT_FALSE(lost.End());
     source->Unref();
     copy->Unref();
+}
+
+TEST_F(QzStreamOnFilesTest, AStreamRunsOverAURLAddressedFileBeyondFourGiB)
+{
+    QzFileURL::Initialise();
+    WriteBytes(Path("big.bin"), "");  // the file must exist to be opened
+    QzFileURLHandle *file = QzFileURL::OpenURL(WidePath("big.bin").c_str(), nullptr, 0, 0);
+    ASSERT_NE(file, nullptr);
+    LtNat64 const start = (LtNat64{5} << 30) + 8;  // past 4 GiB, on a sparse file
+    std::vector<LtInt32> values(50000);
+    for (std::size_t i = 0; i < values.size(); ++i)
+        values[i] = static_cast<LtInt32>(i * 2654435761u);
+
+    QzStreamFileURLHandle out_sink(file);
+    out_sink.SetFilePointer(start);
+    QzWriteStream out(&out_sink);
+    ASSERT_TRUE(out.Begin(1, 0));
+    out.WriteInt32Array(values.data(), static_cast<LtInt32>(values.size()));
+    ASSERT_TRUE(out.End());
+    EXPECT_GT(QzFileURL::GetFileSize(file), start + values.size() * 4);
+
+    QzStreamFileURLHandle in_sink(file);
+    in_sink.SetFilePointer(start);
+    QzReadStream in(&in_sink);
+    ASSERT_TRUE(in.Begin(1, 0));
+    std::vector<LtInt32> back(values.size());
+    in.ReadInt32Array(back.data(), static_cast<LtInt32>(back.size()));
+    EXPECT_TRUE(in.End(1));
+    EXPECT_EQ(back, values);
+    QzFileURL::CloseURL(file);
+    QzFileURL::Terminate();
 }
 
 }  // namespace
