@@ -21,6 +21,8 @@ extern "C" int QzStepToWideFuzzOneInput(std::uint8_t const *data, std::size_t si
 extern "C" int QzSevenBitFuzzOneInput(std::uint8_t const *data, std::size_t size);
 extern "C" int QzEncodeFuzzOneInput(std::uint8_t const *data, std::size_t size);
 extern "C" int QzJsonReadStreamFuzzOneInput(std::uint8_t const *data, std::size_t size);
+extern "C" int QzReadStreamFuzzOneInput(std::uint8_t const *data, std::size_t size);
+extern "C" int QzStreamObjectFuzzOneInput(std::uint8_t const *data, std::size_t size);
 
 struct FuzzTarget {
     char const *name;  // also the folder of its seeds under the corpus directory
@@ -40,6 +42,8 @@ const FuzzTarget kFuzzTargets[] = {
     {"QzSevenBitFuzz", &QzSevenBitFuzzOneInput},
     {"QzEncodeFuzz", &QzEncodeFuzzOneInput},
     {"QzJsonReadStreamFuzz", &QzJsonReadStreamFuzzOneInput},
+    {"QzReadStreamFuzz", &QzReadStreamFuzzOneInput},
+    {"QzStreamObjectFuzz", &QzStreamObjectFuzzOneInput},
 };
 
 // The seed files of a target, in name order so failures repeat alike.

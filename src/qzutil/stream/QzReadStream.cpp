@@ -64,11 +64,12 @@ int QzReadStream::Begin(int read_config, int check_format)
             return 0;
     }
     m_objects = std::make_unique<QzStreamReadObjects>();
+    m_extended_format.reset();  // an earlier run's; the format itself stays as it is
     m_current_read_format = GetFormat();
     m_next_object_id = 100;
     FillEntryMap();
     if (read_config && check_format) {
-        ReadExtensionList();
+        ReadExtensions();
         if (IsError()) {
             ResetBlockState();
             (void)ClearChain(0, 1);  // the extension list's error stays the reason
@@ -91,6 +92,7 @@ int QzReadStream::End(int check)
     }
     ProcessedBlock();
     (void)ClearChain(0, 1);  // failures are posted and set the error
+    DisposeDataObjects();
     m_objects.reset();
     return IsError() ? 0 : 1;
 }

@@ -12,8 +12,10 @@
 #include "qzutil/text/QzStringBuffer.h"
 #include "qzutil/text/QzWideStringBuffer.h"
 
+class QzStreamExtData;
 class QzString;
 class QzWideString;
+class QzWriteStream;
 struct QzStreamReadObjects;
 
 // The reading stream. With a header the data decide the form (ascii or
@@ -39,8 +41,9 @@ public:
     // settings as configured. 0 on failure.
     int Begin(int read_config, int check_format);
     // With `check`: a final sync and, in ascii, nothing but white space left
-    // in the block. Then ends filters and sink. 0 if the run had an error or
-    // never began.
+    // in the block. Then ends filters and sink, and calls the dispose method
+    // of every object read, in id order (also after a failed read). 0 if the
+    // run had an error or never began.
     int End(int check);
 
     // --- Formats and filters that a header may name ---
@@ -50,9 +53,46 @@ public:
     void AddAvailableFilter(QzStreamFilter *filter);
     int GetNumAvailableFilters() const { return static_cast<int>(m_available_filters.size()); }
     QzStreamFilter *GetAvailableFilter(int index) const;
+    // The format that objects are read by: the stream's format, or this
+    // stream's private copy of it once the data's extensions needed entries
+    // that it lacks.
     QzStreamFormat const *GetCurrentReadFormat() const { return m_current_read_format; }
+    // This stream's own copy of the current read format, made on first use
+    // and current from then on, so that a shared format is never changed;
+    // null without a format. It lives until the next Begin.
+    QzStreamFormat *EditCurrentReadFormat();
+    // The private copy, or null if none was needed.
+    QzStreamFormat const *GetExtendedFormat() const { return m_extended_format.get(); }
     int GetCurrentReadVersion() const { return m_current_read_version; }
     void SetCurrentReadVersion(int version) { m_current_read_version = version; }
+
+    // --- Objects of the format ---
+
+    // Reads one object record: null (entry -1), a use of an object read
+    // before, or a definition whose object the entry's create method makes
+    // and its read method fills. The object is registered before it is
+    // read, so contained references to it resolve. *entry is the entry the
+    // object was read as: for a kind unknown here, the known ancestor whose
+    // methods stood in. Null on failure, with the error set.
+    void *ReadObject();
+    void *ReadObject(int *entry);
+    // As ReadObject; for a kind unknown here, *ext receives a new
+    // QzStreamExtData (reference count 0, the caller's to Ref) with the part
+    // of the object that the ancestor's read method left. Null otherwise.
+    void *ReadObjectExt(int *entry, QzStreamExtData **ext);
+    // The object if it was read as `entry`; otherwise null and error 24 (a
+    // null record included).
+    void *ReadCheckedObject(int entry);
+    // Registers an object known to both sides by other means, as the
+    // writer's AddObject did. `id` must be the next id; otherwise a parse
+    // error, and 0.
+    int AddObject(void *object, int entry, unsigned id);
+    // The object of `id`, or null (also for an id not handed out).
+    void *GetObjectW(unsigned id) const;
+    // Copies a debug stream into `writer`, value by value in the writer's
+    // form, up to the next sync, and ends this run with End(0). 0 unless
+    // both streams are in debug mode, and 0 if this run ended in error.
+    int CopyDebugToEnd(QzWriteStream *writer);
 
     // --- Scalars: token checked in debug mode, then the value ---
     LtInt8 ReadInt8();
@@ -179,9 +219,64 @@ private:
     // Reads the header line after its magic words; 0 on failure.
     int ReadConfig(int check_format);
     int ConfigItem(char const *word, int is_filter, int check_format);
+    // The kinds of object record.
+    enum ObjectKind : int {
+        eOBJECT_BAD,  // the stream is in error
+        eOBJECT_NULL,
+        eOBJECT_USE,
+        eOBJECT_DEF,
+    };
+
+    // --- Object records (QzReadStreamObjects.cpp) ---
+    // Reads a record's head after its Object token: the kind, and for a use
+    // its id, for a definition its id and entry of the current read format
+    // (in ascii "{" is taken too).
+    ObjectKind GetObjectHeader(unsigned *id, int *entry);
+    // The entry word of an ascii definition: a name of the current read
+    // format, or a number; -1 after a parse error.
+    int ReadAsciiEntry();
+    void *ParseObjectUse(unsigned id, int *entry);
+    void *ParseObjectDef(unsigned id, int entry, int *out_entry, QzStreamExtData **ext);
+    // Copies what the read method of an object's ancestor left, up to the
+    // object's end, into a new tail; null without `keep` or on failure.
+    QzStreamExtData *ReadObjectTail(int entry, bool keep);
+    // Takes the next id with an empty slot (null, entry -2) in the tables;
+    // false if a run's tables do not exist.
+    bool TakeObjectSlot();
     // Reads the extension list that follows the header of an extendable
-    // format, up to its end mark.
-    void ReadExtensionList();
+    // format, up to its end mark, applying each record.
+    void ReadExtensions();
+    void AddExtension(int index, char const *name, int parent);
+    // Gives a new extension entry the methods of its nearest ancestor that
+    // has its own create and read methods.
+    void SubstituteAncestor(QzStreamFormat *format, int local, int parent);
+    // Calls the dispose method of every object read, in id order.
+    void DisposeDataObjects();
+
+    // --- Copying debug data (QzReadStreamCopy.cpp) ---
+    // Reads tokens and rewrites each value into `writer` in its form. With
+    // `until_end_def` stops after the ObjectEndDef token at nesting 0;
+    // otherwise after a Sync token.
+    void CopyDebugData(QzWriteStream *writer, int until_end_def);
+    // The next token; eTOKEN_BAD after an error (a token outside the table,
+    // Bad included, is a parse error).
+    int ReadDebugToken();
+    // The rest of a sync after its token: padding to 8 in binary, the line
+    // end in ascii.
+    void FinishSync();
+    // One object head after its token; raises `nesting` for a definition.
+    void CopyObjectHead(QzWriteStream *writer, int *nesting);
+    // One value after its token, read without a token and written with one.
+    template <typename Value>
+    void CopyScalar(QzWriteStream *writer, Value (QzReadStream::*read)(),
+                    void (QzWriteStream::*write)(Value));
+    // An array after its token: the count, then the elements, which are
+    // taken in pieces so that a false count costs no memory beyond the data.
+    template <typename Value>
+    void CopyArray(QzWriteStream *writer, void (QzReadStream::*read)(Value *, LtInt32),
+                   void (QzWriteStream::*write)(Value const *, LtInt32));
+    // Replays a kept tail into `writer`, whose format numbers its entries.
+    static void ReplayTail(QzStreamExtData const &ext, QzWriteStream *writer);
     // The entry map of a fresh run: identity for the format's own entries.
     void FillEntryMap();
     void ResetBlockState();
@@ -231,6 +326,7 @@ private:
     std::vector<QzStreamFilter *> m_available_filters;        // borrowed
     std::unique_ptr<QzStreamReadObjects> m_objects;           // exists from Begin to End
     unsigned m_next_object_id = 100;
+    std::unique_ptr<QzStreamFormat> m_extended_format;  // private copy, from first need to Begin
     QzStreamFormat const *m_current_read_format = nullptr;
     int m_current_read_version = 0;
     int m_alignment = 0;  // 0: no block held; else what the cursor is known to have
@@ -245,6 +341,9 @@ private:
     QzStringBuffer m_temp_buffer;
     QzStringBuffer m_temp_buffer2;  // the narrow form of a wide string being read
     QzWideStringBuffer m_temp_wide_buffer;
+
+    // A writer replays kept tails through a reader over their bytes.
+    friend class QzWriteStream;
 };
 
 // --- Inline scalars ---

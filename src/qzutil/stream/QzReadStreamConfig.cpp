@@ -1,6 +1,6 @@
 // QzReadStreamConfig.cpp: the reader's side of the header line: the words
 // that set the form, the format and the filters, the formats and filters on
-// offer, and the extension list behind the header.
+// offer, and the entry map that a run starts with.
 
 #include <cstring>
 
@@ -132,21 +132,6 @@ int QzReadStream::ConfigItem(char const *word, int is_filter, int check_format)
         }
     }
     return check_format ? 0 : 1;
-}
-
-void QzReadStream::ReadExtensionList()
-{
-    // Writers send the list only for extendable formats.
-    if (m_current_read_format == nullptr || !m_current_read_format->IsExtendable())
-        return;
-    // Each record is an index, a name and a parent; the list ends with -1.
-    // The records are read over and not applied to the format.
-    while (!IsError()) {
-        if (ReadInt32() == -1)
-            break;
-        ReadString(&m_temp_buffer);
-        (void)ReadInt32();
-    }
 }
 
 void QzReadStream::FillEntryMap()

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <vector>
 
-#include "qzutil/stream/QzStreamFormat.h"
 #include "qzutil/stream/QzStreamSink.h"
 #include "qzutil/stream/internal/QzStreamObjects.h"
 #include "qzutil/text/QzString.h"
@@ -44,12 +43,7 @@ int QzWriteStream::Begin(int write_config, int write_extensions)
         return 0;  // posted, error 3, and the filters begun so far ended again
     if (write_config) {
         WriteHeader();
-        // The list's entries come with object records; until then only its
-        // end mark is written, as for a run that writes no extensions.
-        static_cast<void>(write_extensions);
-        QzStreamFormat const *format = GetFormat();
-        if (format != nullptr && format->IsExtendable())
-            WriteInt32(-1);
+        WriteExtensions(write_extensions);
     }
     if (IsError()) {
         ResetBlockState();

@@ -11,6 +11,8 @@
 #include "qzutil/stream/QzStream.h"
 #include "qzutil/text/QzStringBuffer.h"
 
+class QzReadStream;
+class QzStreamExtData;
 class QzString;
 class QzWideString;
 class QzWideStringBuffer;
@@ -44,6 +46,29 @@ public:
     int Begin(int write_config, int write_extensions);
     // Syncs, ends filters and sink. 0 if the run had an error or never began.
     int End();
+
+    // --- Objects of the format: each pointer is defined once per run and
+    // referred to by its id after that; ids count from 100 ---
+
+    // Writes `object` as kind `entry`: a null record for null, a use record
+    // if it was written (or added) before, else a definition with its
+    // contents through the entry's write method. The object's id; 0 for
+    // null and on failure (no format, no write method: error 1 or 2).
+    unsigned WriteObject(void const *object, int entry);
+    // As WriteObject, for an object that a reader kept a tail of: the
+    // definition records `ext`'s entry, and after the contents that `entry`
+    // writes, the tail is sent back in this stream's form. A null `ext` is
+    // WriteObject.
+    unsigned WriteObjectExt(void const *object, int entry, QzStreamExtData const *ext);
+    // Gives `object` an id without writing it, for objects that both sides
+    // know by other means (the reader adds its own with the same id). Its
+    // existing id if it has one; 0 for null or outside a run.
+    unsigned AddObject(void const *object, int entry);
+    // Forgets `object`, so that a new object at the same address is written
+    // as new.
+    void RemoveObject(void const *object);
+    // The id of `object`, or 0.
+    unsigned GetObjectId(void const *object) const;
 
     // --- Scalars: token in debug mode, then the value ---
     void WriteInt8(LtInt8 value);
@@ -208,6 +233,23 @@ private:
     // Hands what was written of the block to the head.
     void SendBlock();
     void WriteHeader();
+
+    // The object records (QzWriteStreamObjects.cpp). Each head starts with
+    // the Object token on a debug stream; a definition's head raises the
+    // indent by 2 and its end lowers it again before the ObjectEndDef token.
+    void SendObjectNull();
+    void SendObjectUse(unsigned id);
+    void SendObjectDefHead(unsigned id, int entry);
+    void SendObjectDefEnd();
+    // Hands out the next object id.
+    unsigned TakeObjectId() { return m_next_object_id++; }
+    // After the header of an extendable format: with `with_records` one
+    // record per extension entry (index, name, parent), then the end mark.
+    void WriteExtensions(int with_records);
+
+    // The reader re-encodes debug data into a writer through the object
+    // records above.
+    friend class QzReadStream;
 
     // The ascii forms (QzWriteStreamAscii.cpp).
     void SendAsciiArray(ValueKind kind, void const *values, LtInt32 count);
