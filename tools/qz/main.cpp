@@ -31,12 +31,16 @@ static QzCommand const kCommands[] = {
      "test   runs qz dump crash in a child process and prints the dump it left\n"
      "crash  sets up crash dumps into DUMPFILE and crashes on purpose\n",
      RunDumpCommand},
-    {"stream", "check a stream file's header and show its configuration",
+    {"stream", "check, decode and re-encode typed stream files",
      "usage: qz stream info FILE\n"
-     "       qz stream info --help\n"
+     "       qz stream cat FILE\n"
+     "       qz stream convert --to ascii|binary FILE OUT\n"
+     "       qz stream <subcommand> --help\n"
      "\n"
-     "info   checks the header line of a stream file and prints the form,\n"
-     "       precision, debug tokens, wide-string encoding, format and filters\n",
+     "info     checks the header line of a stream file and prints the form,\n"
+     "         precision, debug tokens, wide-string encoding, format and filters\n"
+     "cat      prints a debug stream as ascii, whatever format wrote it\n"
+     "convert  re-encodes a debug stream into the binary or the ascii form\n",
      RunStreamCommand},
 };
 

@@ -93,6 +93,10 @@ public:
     // form, up to the next sync, and ends this run with End(0). 0 unless
     // both streams are in debug mode, and 0 if this run ended in error.
     int CopyDebugToEnd(QzWriteStream *writer);
+    // The same over every section of the stream: copies sync to sync, with a
+    // sync on the writer after each, until the data end, then End(0). For
+    // tools that re-encode whole files without knowing their format.
+    int CopyAllDebugData(QzWriteStream *writer);
 
     // --- Scalars: token checked in debug mode, then the value ---
     LtInt8 ReadInt8();
@@ -258,6 +262,9 @@ private:
     // `until_end_def` stops after the ObjectEndDef token at nesting 0;
     // otherwise after a Sync token.
     void CopyDebugData(QzWriteStream *writer, int until_end_def);
+    // True when nothing is left but, in ascii, white space; fetches blocks
+    // to find out. Also true once the stream is in error.
+    bool AtEndOfData();
     // The next token; eTOKEN_BAD after an error (a token outside the table,
     // Bad included, is a parse error).
     int ReadDebugToken();

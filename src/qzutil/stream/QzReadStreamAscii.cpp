@@ -131,6 +131,24 @@ bool QzReadStream::TakeNonBlank(char *c)
     return false;
 }
 
+bool QzReadStream::AtEndOfData()
+{
+    while (!IsError()) {
+        if (m_alignment != 0 && m_cursor != m_block_end) {
+            char const c = static_cast<char>(*m_cursor);
+            if (!IsAscii() || !IsBlank(c))
+                return false;
+            if (c == '\n')
+                ++m_line_number;
+            ++m_cursor;
+            continue;
+        }
+        if (!GetBlock())
+            return true;  // the end of the data, or an error
+    }
+    return true;
+}
+
 char QzReadStream::GetChar()
 {
     char c = 0;

@@ -31,6 +31,17 @@ int QzReadStream::CopyDebugToEnd(QzWriteStream *writer)
     return End(0);
 }
 
+int QzReadStream::CopyAllDebugData(QzWriteStream *writer)
+{
+    if (writer == nullptr || !IsDebug() || !writer->IsDebug())
+        return 0;
+    while (m_objects && !AtEndOfData()) {
+        CopyDebugData(writer, 0);
+        writer->WriteSync();
+    }
+    return End(0);
+}
+
 void QzReadStream::CopyDebugData(QzWriteStream *writer, int until_end_def)
 {
     int nesting = 0;  // definitions begun within the copy and not yet ended
