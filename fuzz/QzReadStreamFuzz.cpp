@@ -9,6 +9,7 @@
 #include "qzutil/stream/QzReadStream.h"
 
 #include "QzFuzzCheck.h"
+#include "QzFuzzStreams.h"
 #include "QzReadStreamFuzzScript.h"
 
 #include <algorithm>
@@ -42,7 +43,6 @@ constexpr LtInt32 kProbeCount = 5;
 constexpr unsigned char kFillByte = 0xA5;
 
 // Longer than any message that a stream posts.
-constexpr std::size_t kWarmUpMessageBytes = 1024;
 
 // The format on offer. Its first use is in SetUpOnce, before any input is
 // measured for blocks that did not go back.
@@ -62,15 +62,8 @@ static void SetUpOnce()
     if (is_set_up)
         return;
     is_set_up = true;
-    QzStream::Initialise();  // for good: the fuzzer never unloads the target
-    QzFuzzTakeInputErrors();
+    QzFuzzSetUpStreams();
     (void)OfferedFormat();
-    // The error module formats every post in shared buffers that keep the
-    // size of the longest message so far. One post longer than any of the
-    // stream's (a few hundred bytes at most) grows them now, before inputs
-    // are measured for blocks that did not go back.
-    std::string const long_message(kWarmUpMessageBytes, '.');
-    QzError::Post(QzSysError::eDEBUG, nullptr, -1, nullptr, "%s", long_message.c_str());
 }
 
 template <typename Value>

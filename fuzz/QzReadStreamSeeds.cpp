@@ -8,6 +8,7 @@
 // from the source root, and review the diff:
 //   cmake --build build/fuzz --target QzReadStreamSeeds
 //   build/fuzz/fuzz/QzReadStreamSeeds fuzz/corpus/QzReadStreamFuzz
+#include "QzFuzzStreams.h"
 #include "QzReadStreamFuzzScript.h"
 
 #include <cmath>
@@ -181,8 +182,7 @@ SeedForm const kForms[] = {
 
 [[noreturn]] static void Fail(char const *what)
 {
-    std::fprintf(stderr, "QzReadStreamSeeds: %s\n", what);
-    std::exit(1);
+    QzFuzzSeedFailed("QzReadStreamSeeds", what);
 }
 
 // Writes one stream of `form`; `write_body` writes what follows the header.
@@ -228,13 +228,7 @@ static std::string WriteScript(SeedForm const &form, QzStreamFormat const *forma
 static void WriteSeed(std::filesystem::path const &folder, char const *name,
                       std::string const &bytes)
 {
-    constexpr std::size_t kMaxSeedBytes = 8 * 1024;  // seeds stay small in the tree
-    if (bytes.size() > kMaxSeedBytes)
-        Fail("a seed is too large");
-    std::ofstream file(folder / name, std::ios::binary | std::ios::trunc);
-    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    if (!file)
-        Fail("a seed file cannot be written");
+    QzFuzzWriteSeed("QzReadStreamSeeds", folder, name, bytes);
 }
 
 // The offset of the header line's line feed.

@@ -9,6 +9,7 @@
 // copies cleanly writes cleanly, and a clean binary graph written back (tails
 // included) reads again as the same graph.
 #include "QzFuzzCheck.h"
+#include "QzFuzzStreams.h"
 #include "QzStreamObjectFuzzGraph.h"
 
 #include <algorithm>
@@ -37,7 +38,6 @@ constexpr std::size_t kMaxInputBytes = 64 * 1024;
 // of a hostile input's recursion small.
 constexpr int kMaxDepth = 64;
 // Longer than any message that a stream posts.
-constexpr std::size_t kWarmUpMessageBytes = 1024;
 
 static int g_live_nodes = 0;  // made by CreateNode and not yet disposed of
 static int g_read_depth = 0;  // ReadNode calls in progress
@@ -129,14 +129,8 @@ static void SetUpOnce()
     if (is_set_up)
         return;
     is_set_up = true;
-    QzStream::Initialise();  // for good: the fuzzer never unloads the target
-    QzFuzzTakeInputErrors();
+    QzFuzzSetUpStreams();
     (void)ReaderFormat();
-    // The error module formats every post in shared buffers that keep the
-    // size of the longest message so far; one long post grows them now,
-    // before inputs are measured for blocks that did not go back.
-    std::string const long_message(kWarmUpMessageBytes, '.');
-    QzError::Post(QzSysError::eDEBUG, nullptr, -1, nullptr, "%s", long_message.c_str());
 }
 
 // The graph as text: nodes numbered in the order that a walk from the top

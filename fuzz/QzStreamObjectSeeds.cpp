@@ -8,6 +8,7 @@
 // from the source root, and review the diff:
 //   cmake --build build/fuzz --target QzStreamObjectSeeds
 //   build/fuzz/fuzz/QzStreamObjectSeeds fuzz/corpus/QzStreamObjectFuzz
+#include "QzFuzzStreams.h"
 #include "QzStreamObjectFuzzGraph.h"
 
 #include <cstdio>
@@ -22,10 +23,9 @@
 #include "qzutil/stream/QzStreamFormat.h"
 #include "qzutil/stream/QzWriteStream.h"
 
-static void Fail(char const *what)
+[[noreturn]] static void Fail(char const *what)
 {
-    std::fprintf(stderr, "QzStreamObjectSeeds: %s\n", what);
-    std::exit(1);
+    QzFuzzSeedFailed("QzStreamObjectSeeds", what);
 }
 
 // The settings of one written stream.
@@ -129,13 +129,7 @@ static std::string WriteStream(SeedForm const &form, QzStreamFormat const *forma
 static void WriteSeed(std::filesystem::path const &folder, char const *name,
                       std::string const &bytes)
 {
-    constexpr std::size_t kMaxSeedBytes = 8 * 1024;  // seeds stay small in the tree
-    if (bytes.size() > kMaxSeedBytes)
-        Fail("a seed is too large");
-    std::ofstream file(folder / name, std::ios::binary | std::ios::trunc);
-    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    if (!file)
-        Fail("a seed file cannot be written");
+    QzFuzzWriteSeed("QzStreamObjectSeeds", folder, name, bytes);
 }
 
 // A list of one extension record, by hand, ahead of an empty body.

@@ -90,8 +90,6 @@ private:
 
 }  // namespace
 
-constexpr int kStreamErrorIds = 27;  // QzStream::ErrorNone to ErrorNotBegun
-
 // Streams post their errors at eDEBUG with the error id, which reaches only
 // a handler registered for that very id. The memory check spans the
 // components' lifetime, since QzError keeps its format buffers until then.
@@ -102,15 +100,11 @@ protected:
         m_bytes_at_start = QzMemory::GetDirectMemoryAllocated();
         QzStream::Initialise();
         QzBlowfishFilter::Initialise();
-        QzPostRecorder::Posts().clear();
-        QzPostRecorder::Answer() = 1;
-        for (int id = 0; id < kStreamErrorIds; ++id)
-            QzSysError::SetHandler(QzPostRecorder::Handler, QzSysError::eDEBUG, "QzStream", id);
+        m_posts.emplace("QzStream", QzStream::ErrorNotBegun);
     }
     void TearDown() override
     {
-        for (int id = 0; id < kStreamErrorIds; ++id)
-            QzSysError::RemoveHandler(QzSysError::eDEBUG, "QzStream", id);
+        m_posts.reset();
         QzBlowfishFilter::Terminate();
         QzStream::Terminate();
         EXPECT_EQ(QzMemory::GetDirectMemoryAllocated(), m_bytes_at_start) << "memory leaked";
@@ -118,6 +112,7 @@ protected:
 
 private:
     LtNat64 m_bytes_at_start = 0;
+    std::optional<QzPostRecording> m_posts;
 };
 
 static std::string FromHex(std::string const &hex)

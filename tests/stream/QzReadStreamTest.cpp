@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -100,25 +101,20 @@ protected:
     void SetUp() override
     {
         QzStream::Initialise();
-        QzPostRecorder::Posts().clear();
-        QzPostRecorder::Answer() = 1;
-        for (int id = QzStream::ErrorNone; id <= QzStream::ErrorNotBegun; ++id)
-            QzSysError::SetHandler(QzPostRecorder::Handler, QzSysError::eDEBUG, "QzStream", id);
+        m_posts.emplace("QzStream", QzStream::ErrorNotBegun);
     }
     void TearDown() override
     {
-        for (int id = QzStream::ErrorNone; id <= QzStream::ErrorNotBegun; ++id)
-            QzSysError::RemoveHandler(QzSysError::eDEBUG, "QzStream", id);
+        m_posts.reset();
         QzStream::Terminate();
     }
+
+    std::optional<QzPostRecording> m_posts;
 };
 
 static std::string Messages()
 {
-    std::string all;
-    for (QzRecordedPost const &post : QzPostRecorder::Posts())
-        all += ToUtf8(post.message) + "|";
-    return all;
+    return QzPostRecording::Messages();
 }
 
 static std::string Header(std::string const &words)

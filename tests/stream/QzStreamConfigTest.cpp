@@ -1,5 +1,6 @@
 // The header line, copying of settings, and the wiring of filter chains.
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -51,19 +52,15 @@ protected:
     {
         QzStream::Initialise();
         g_calls.clear();
-        QzPostRecorder::Posts().clear();
-        QzPostRecorder::Answer() = 1;
-        // Stream errors are debug posts with an id: only a handler for that
-        // component and id is offered them.
-        for (int id = 0; id < QzStream::eTOKEN_COUNT + 1; ++id)
-            QzSysError::SetHandler(QzPostRecorder::Handler, QzSysError::eANY, "QzStream", id);
+        m_posts.emplace("QzStream", QzStream::ErrorNotBegun);
     }
     void TearDown() override
     {
-        for (int id = 0; id < QzStream::eTOKEN_COUNT + 1; ++id)
-            QzSysError::RemoveHandler(QzSysError::eANY, "QzStream", id);
+        m_posts.reset();
         QzStream::Terminate();
     }
+
+    std::optional<QzPostRecording> m_posts;
 };
 
 TEST_F(QzStreamConfigTest, TheHeaderLineSpellsEverySetting)

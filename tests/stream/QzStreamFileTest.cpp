@@ -3,6 +3,7 @@
 #include "qzutil/stream/QzStreamFile.h"
 
 #include <cstdio>
+#include <optional>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -23,14 +24,11 @@ protected:
     {
         QzFileTestDir::SetUp();
         QzStreamSink::Initialise();
-        QzPostRecorder::Posts().clear();
-        QzPostRecorder::Answer() = 1;
-        QzSysError::SetHandler(QzPostRecorder::Handler, QzSysError::eANY,
-                               static_cast<QzComponent *>(nullptr), -1);
+        m_posts.emplace();
     }
     void TearDown() override
     {
-        QzSysError::RemoveHandler(QzSysError::eANY, static_cast<QzComponent *>(nullptr), -1);
+        m_posts.reset();
         QzStreamSink::Terminate();
         QzFileTestDir::TearDown();
     }
@@ -44,10 +42,9 @@ protected:
         return bytes;
     }
 
-    static std::u16string LastMessage()
-    {
-        return QzPostRecorder::Posts().empty() ? u"<none>" : QzPostRecorder::Posts().back().message;
-    }
+    static std::u16string LastMessage() { return QzPostRecording::LastMessage(); }
+
+    std::optional<QzPostRecording> m_posts;
 };
 
 TEST_F(QzStreamFileTest, WritesAndReadsBackAcrossBlocks)

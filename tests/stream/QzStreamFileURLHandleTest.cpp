@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,12 +31,11 @@ protected:
         QzFileTestDir::SetUp();
         QzFileURL::Initialise();
         QzStreamSink::Initialise();
-        QzSysError::SetHandler(QzPostRecorder::Handler, QzSysError::eANY,
-                               static_cast<QzComponent *>(nullptr), -1);
+        m_posts.emplace();
     }
     void TearDown() override
     {
-        QzSysError::RemoveHandler(QzSysError::eANY, static_cast<QzComponent *>(nullptr), -1);
+        m_posts.reset();
         QzStreamSink::Terminate();
         QzFileURL::Terminate();
         QzFileTestDir::TearDown();
@@ -93,6 +93,8 @@ protected:
         EXPECT_TRUE(sink->ReadEnd());
         return data;
     }
+
+    std::optional<QzPostRecording> m_posts;
 };
 
 }  // namespace

@@ -3,6 +3,7 @@
 // makes of a newer writer's objects, debug copies, and disposal at End.
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -218,10 +219,7 @@ protected:
     void SetUp() override
     {
         QzStream::Initialise();
-        QzPostRecorder::Posts().clear();
-        QzPostRecorder::Answer() = 1;
-        for (int id = QzStream::ErrorNone; id <= QzStream::ErrorNotBegun; ++id)
-            QzSysError::SetHandler(QzPostRecorder::Handler, QzSysError::eDEBUG, "QzStream", id);
+        m_posts.emplace("QzStream", QzStream::ErrorNotBegun);
         m_old = std::make_unique<QzStreamFormat>(MakeFormat(false));
         m_new = std::make_unique<QzStreamFormat>(MakeFormat(true));
     }
@@ -229,21 +227,15 @@ protected:
     {
         m_old.reset();
         m_new.reset();
-        for (int id = QzStream::ErrorNone; id <= QzStream::ErrorNotBegun; ++id)
-            QzSysError::RemoveHandler(QzSysError::eDEBUG, "QzStream", id);
+        m_posts.reset();
         QzStream::Terminate();
     }
-    static std::string Messages()
-    {
-        std::string all;
-        for (QzRecordedPost const &post : QzPostRecorder::Posts())
-            all += ToUtf8(post.message) + "|";
-        return all;
-    }
+    static std::string Messages() { return QzPostRecording::Messages(); }
 
     // Made once the component (and with it the allocator) is up.
     std::unique_ptr<QzStreamFormat> m_old;
     std::unique_ptr<QzStreamFormat> m_new;
+    std::optional<QzPostRecording> m_posts;
 };
 
 // Null is a record of its own and takes no id; a pointer is defined once and

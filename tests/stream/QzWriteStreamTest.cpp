@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -120,29 +121,20 @@ private:
     LtNat64 m_block[64];
 };
 
-constexpr int kStreamErrorIds[] = {3, 4, 5, 6, 12};
-
 class QzWriteStreamTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
         QzStream::Initialise();
-        QzPostRecorder::Posts().clear();
-        QzPostRecorder::Answer() = 1;
-        QzSysError::SetHandler(QzPostRecorder::Handler, QzSysError::eANY,
-                               static_cast<QzComponent *>(nullptr), -1);
-        // Stream errors are eDEBUG posts with an id, offered only to handlers
-        // of their own id.
-        for (int id : kStreamErrorIds)
-            QzSysError::SetHandler(QzPostRecorder::Handler, QzSysError::eDEBUG, "QzStream", id);
+        m_posts.emplace("QzStream", QzStream::ErrorNotBegun);
     }
     void TearDown() override
     {
-        for (int id : kStreamErrorIds)
-            QzSysError::RemoveHandler(QzSysError::eDEBUG, "QzStream", id);
-        QzSysError::RemoveHandler(QzSysError::eANY, static_cast<QzComponent *>(nullptr), -1);
+        m_posts.reset();
         QzStream::Terminate();
     }
+
+    std::optional<QzPostRecording> m_posts;
 
     // One run into a QzStreamBuffer: `configure` before Begin, `write`
     // between Begin and End. The bytes written, from the aligned start.

@@ -74,3 +74,38 @@ int QzPostRecorder::Handler(QzSysError::Severity severity, QzComponent *componen
     Posts().push_back({severity, component, id, data, ToU16(message)});
     return Answer();
 }
+
+QzPostRecording::QzPostRecording() : QzPostRecording(nullptr, -1)
+{}
+
+QzPostRecording::QzPostRecording(char const *component, int last_id)
+    : m_component(component), m_last_id(last_id)
+{
+    QzPostRecorder::Posts().clear();
+    QzPostRecorder::Answer() = 1;
+    QzSysError::SetHandler(QzPostRecorder::Handler, QzSysError::eANY,
+                           static_cast<QzComponent *>(nullptr), -1);
+    for (int id = 0; m_component != nullptr && id <= m_last_id; ++id)
+        QzSysError::SetHandler(QzPostRecorder::Handler, QzSysError::eANY, m_component, id);
+}
+
+QzPostRecording::~QzPostRecording()
+{
+    for (int id = 0; m_component != nullptr && id <= m_last_id; ++id)
+        QzSysError::RemoveHandler(QzSysError::eANY, m_component, id);
+    QzSysError::RemoveHandler(QzSysError::eANY, static_cast<QzComponent *>(nullptr), -1);
+}
+
+std::string QzPostRecording::Messages()
+{
+    std::string all;
+    for (QzRecordedPost const &post : QzPostRecorder::Posts())
+        all += ToUtf8(post.message) + "|";
+    return all;
+}
+
+std::u16string QzPostRecording::LastMessage()
+{
+    auto const &posts = QzPostRecorder::Posts();
+    return posts.empty() ? u"<none>" : posts.back().message;
+}

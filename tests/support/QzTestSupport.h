@@ -38,5 +38,29 @@ public:
                        LtWChar const *message);
 };
 
+// Records the posts of one test into QzPostRecorder: clears what earlier
+// tests left, answers 1 (taken), and takes every post that reaches the
+// catch-all rung. A debug post with an id is offered only to a handler for
+// that very component and id: the second form also takes those of
+// `component` (initialised already) for the ids 0 to `last_id`.
+// Make it after the components' Initialise and drop it before Terminate.
+class QzPostRecording {
+public:
+    QzPostRecording();
+    QzPostRecording(char const *component, int last_id);
+    ~QzPostRecording();
+    QzPostRecording(QzPostRecording const &) = delete;
+    QzPostRecording &operator=(QzPostRecording const &) = delete;
+
+    // Every recorded message, each followed by "|".
+    static std::string Messages();
+    // The last recorded message, or "<none>".
+    static std::u16string LastMessage();
+
+private:
+    char const *m_component;  // null: the catch-all rung only
+    int m_last_id;
+};
+
 // Makes the process dump no core for the death tests that follow.
 void DisableCoreDumps();

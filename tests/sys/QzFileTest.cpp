@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <optional>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -29,19 +30,18 @@ protected:
     {
         QzFileTestDir::SetUp();
         QzError::Initialise();
-        QzPostRecorder::Posts().clear();
-        QzPostRecorder::Answer() = 1;
-        QzSysError::SetHandler(QzPostRecorder::Handler, QzSysError::eANY,
-                               static_cast<QzComponent *>(nullptr), -1);
+        m_posts.emplace();
     }
     void TearDown() override
     {
-        QzSysError::RemoveHandler(QzSysError::eANY, static_cast<QzComponent *>(nullptr), -1);
+        m_posts.reset();
         QzError::Terminate();
         QzFileTestDir::TearDown();
     }
 
     static std::string Utf8(LtWChar const *text) { return ToUtf8(ToU16(text)); }
+
+    std::optional<QzPostRecording> m_posts;
 };
 
 using QzFileDeathTest = QzFileTest;

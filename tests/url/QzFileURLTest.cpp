@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -27,20 +28,19 @@ protected:
     {
         QzFileTestDir::SetUp();
         QzFileURL::Initialise();
-        QzPostRecorder::Posts().clear();
-        QzPostRecorder::Answer() = 1;
-        QzSysError::SetHandler(QzPostRecorder::Handler, QzSysError::eANY,
-                               static_cast<QzComponent *>(nullptr), -1);
+        m_posts.emplace();
         WriteBytes(Path("ten"), "0123456789");
     }
     void TearDown() override
     {
-        QzSysError::RemoveHandler(QzSysError::eANY, static_cast<QzComponent *>(nullptr), -1);
+        m_posts.reset();
         QzFileURL::Terminate();
         QzFileTestDir::TearDown();
     }
 
     std::u16string FileUri(std::string const &name) const { return u"file://" + WidePath(name); }
+
+    std::optional<QzPostRecording> m_posts;
 };
 
 }  // namespace
