@@ -502,16 +502,23 @@ void QzReadStream::ReadBinaryString(QzStringBuffer *out)
         ReportParseError("String length", number.GetString());
         return;
     }
-    // The bytes as they come, in runs up to each block end.
-    out->Reserve(length);
-    char *const text = out->BeginEditBuffer();
+    // The bytes as they come, in runs up to each block end. The room grows
+    // with the bytes that really arrive (doubling), so that a length read
+    // from hostile data costs no more memory than the data behind it.
     auto const wanted = static_cast<std::size_t>(length);
+    out->SetEmptyString();
+    char *text = out->BeginEditBuffer();
     std::size_t done = 0;
     while (done < wanted) {
         if (m_cursor == m_block_end && !GetBlockOrFail())
             break;
         std::size_t const run =
             std::min(wanted - done, static_cast<std::size_t>(m_block_end - m_cursor));
+        if (done + run >= static_cast<std::size_t>(out->GetAllocationSize())) {
+            out->EndEditBuffer(static_cast<int>(done));
+            out->Reserve(static_cast<int>(std::min(wanted, std::max(done + run, 2 * done))));
+            text = out->BeginEditBuffer();
+        }
         std::memcpy(text + done, m_cursor, run);
         m_line_number += static_cast<int>(std::count(m_cursor, m_cursor + run, '\n'));
         m_cursor += run;
