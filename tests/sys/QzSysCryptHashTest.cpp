@@ -20,49 +20,41 @@
 
 #include "support/QzTestSupport.h"
 
-namespace {
-
 using Bytes = std::vector<unsigned char>;
 
-std::string Hex(Bytes const &bytes)
-{
-    static char const kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (unsigned char byte : bytes) {
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 0xF];
-    }
-    return text;
-}
-
-// The value of `data` added in pieces whose sizes cycle through `pieces`.
-std::string HashInPieces(QzSysCryptHash::HashType type, std::string const &data,
-                         std::vector<std::size_t> const &pieces)
+// The value of `data` added in pieces whose sizes cycle through `pieces`,
+// in lower-case hex.
+static std::string HashInPieces(QzSysCryptHash::HashType type, std::string const &data,
+                                std::vector<std::size_t> const &pieces)
 {
     QzSysCryptHashHandle *handle = QzSysCryptHash::Create(type);
     if (handle == nullptr)
         return "no handle";
-    std::size_t offset = 0;
-    for (std::size_t i = 0; offset < data.size(); ++i) {
-        std::size_t piece = std::min(pieces[i % pieces.size()], data.size() - offset);
+    for (std::size_t i = 0, offset = 0; offset < data.size(); ++i) {
+        std::size_t const piece = std::min(pieces[i % pieces.size()], data.size() - offset);
         EXPECT_EQ(QzSysCryptHash::AddData(handle, data.data() + offset, unsigned(piece)), 1);
         offset += piece;
     }
     Bytes value(unsigned(QzSysCryptHash::GetHashSizeInBytes(handle)));
     EXPECT_EQ(QzSysCryptHash::GenerateAndDestroy(handle, value.data(), unsigned(value.size())), 1);
-    return Hex(value);
+    std::string hex;
+    for (unsigned char byte : value) {
+        hex += "0123456789abcdef"[byte >> 4];
+        hex += "0123456789abcdef"[byte & 0xF];
+    }
+    return hex;
 }
 
 // True when the log holds "<call> failed: <reason>\n", the reason a number.
-bool LoggedFailure(char const *call)
+static bool LoggedFailure(char const *call)
 {
     std::string const log = ReplayLog();
     std::string const prefix = std::string(call) + " failed: ";
-    std::size_t at = log.find(prefix);
+    std::size_t const at = log.find(prefix);
     if (at == std::string::npos)
         return false;
-    std::size_t digits = at + prefix.size();
-    std::size_t end = log.find_first_not_of("-0123456789", digits);
+    std::size_t const digits = at + prefix.size();
+    std::size_t const end = log.find_first_not_of("-0123456789", digits);
     return end != std::string::npos && end > digits && log[end] == '\n';
 }
 
@@ -80,33 +72,32 @@ protected:
     }
 };
 
-// Published vectors (FIPS 180 examples; the empty string; a million 'a').
-struct DigestCase {
-    char const *name;
-    QzSysCryptHash::HashType type;
-    std::string data;
-    char const *hex;
-};
-
+// Published vectors (FIPS 180 examples; the empty string; a million 'a'),
+// whole and in pieces on both sides of the 64-byte block, and odd ones.
 TEST_F(QzSysCryptHashTest, DigestsMatchPublishedValuesWholeAndInPieces)
 {
     std::string const million(1000000, 'a');
-    DigestCase const cases[] = {
-        {"sha1_abc", QzSysCryptHash::eSHA1, "abc", "a9993e364706816aba3e25717850c26c9cd0d89d"},
-        {"sha1_empty", QzSysCryptHash::eSHA1, "", "da39a3ee5e6b4b0d3255bfef95601890afd80709"},
-        {"sha1_million_a", QzSysCryptHash::eSHA1, million,
-         "34aa973cd4c4daa4f61eeb2bdbad27316534016f"},
-        {"sha256_abc", QzSysCryptHash::eSHA256, "abc",
+    auto const sha1 = QzSysCryptHash::eSHA1, sha256 = QzSysCryptHash::eSHA256;
+    struct Case {
+        char const *name;
+        QzSysCryptHash::HashType type;
+        std::string data;
+        char const *hex;
+    };
+    Case const cases[] = {
+        {"sha1_abc", sha1, "abc", "a9993e364706816aba3e25717850c26c9cd0d89d"},
+        {"sha1_empty", sha1, "", "da39a3ee5e6b4b0d3255bfef95601890afd80709"},
+        {"sha1_million_a", sha1, million, "34aa973cd4c4daa4f61eeb2bdbad27316534016f"},
+        {"sha256_abc", sha256, "abc",
          "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
-        {"sha256_empty", QzSysCryptHash::eSHA256, "",
+        {"sha256_empty", sha256, "",
          "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
-        {"sha256_million_a", QzSysCryptHash::eSHA256, million,
+        {"sha256_million_a", sha256, million,
          "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"},
     };
-    for (DigestCase const &c : cases) {
+    for (Case const &c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(HashInPieces(c.type, c.data, {c.data.size() + 1}), c.hex);
-        // Pieces on both sides of the 64-byte block, and odd ones.
         EXPECT_EQ(HashInPieces(c.type, c.data, {1, 63, 64, 65, 7, 1000}), c.hex);
     }
 }
@@ -118,14 +109,10 @@ TEST_F(QzSysCryptHashTest, SizesAndRefusals)
     EXPECT_EQ(QzSysCryptHash::GetHashSizeInBytes(sha1), 20);
     EXPECT_EQ(QzSysCryptHash::GetHashSizeInBytes(sha256), 32);
     EXPECT_EQ(QzSysCryptHash::GetDSASignatureSizeInBytes(sha1), 0);
-    EXPECT_NE(sha1->GetNativeHandle(), nullptr);
     QzSysCryptHash::Destroy(sha1);
-
-    // A buffer one byte short is refused, not overrun.
     unsigned char value[32];
-    EXPECT_EQ(QzSysCryptHash::GenerateAndDestroy(sha256, value, 31), 0);
+    EXPECT_EQ(QzSysCryptHash::GenerateAndDestroy(sha256, value, 31), 0) << "one byte short";
     EXPECT_TRUE(LoggedFailure("CryptGetHashParam"));
-
     QzSysError::ClearLogBuffer();
     EXPECT_EQ(QzSysCryptHash::Create(static_cast<QzSysCryptHash::HashType>(2)), nullptr);
     EXPECT_TRUE(LoggedFailure("CryptCreateHash"));
@@ -138,19 +125,17 @@ TEST(QzSysCryptHashLifetimeTest, CreateFailsWithoutInitialise)
     EXPECT_TRUE(LoggedFailure("CryptCreateHash"));
 }
 
-// --- DSA ---
-
 // A 1024-bit DSA key with a 160-bit q, made once for the suite.
-EVP_PKEY *g_key;
+static EVP_PKEY *g_key;
 
-EVP_PKEY *GenerateDSAKey()
+static EVP_PKEY *GenerateDSAKey()
 {
     EVP_PKEY_CTX *param_maker = EVP_PKEY_CTX_new_from_name(nullptr, "DSA", nullptr);
     EVP_PKEY *params = nullptr;
-    bool ok = param_maker != nullptr && EVP_PKEY_paramgen_init(param_maker) == 1 &&
-              EVP_PKEY_CTX_set_dsa_paramgen_bits(param_maker, 1024) == 1 &&
-              EVP_PKEY_CTX_set_dsa_paramgen_q_bits(param_maker, 160) == 1 &&
-              EVP_PKEY_paramgen(param_maker, &params) == 1;
+    bool const ok = param_maker != nullptr && EVP_PKEY_paramgen_init(param_maker) == 1 &&
+                    EVP_PKEY_CTX_set_dsa_paramgen_bits(param_maker, 1024) == 1 &&
+                    EVP_PKEY_CTX_set_dsa_paramgen_q_bits(param_maker, 160) == 1 &&
+                    EVP_PKEY_paramgen(param_maker, &params) == 1;
     EVP_PKEY_CTX_free(param_maker);
     EVP_PKEY_CTX *key_maker = ok ? EVP_PKEY_CTX_new_from_pkey(nullptr, params, nullptr) : nullptr;
     EVP_PKEY *key = nullptr;
@@ -162,30 +147,29 @@ EVP_PKEY *GenerateDSAKey()
     return key;
 }
 
-void AppendNat32(Bytes *out, unsigned value)
+// Appends `value` little-endian in `bytes` bytes.
+static void AppendLittleEndian(Bytes *out, BIGNUM const *value, int bytes)
 {
-    for (int shift = 0; shift < 32; shift += 8)
-        out->push_back(static_cast<unsigned char>(value >> shift));
+    std::size_t const at = out->size();
+    out->resize(at + std::size_t(bytes));
+    EXPECT_EQ(BN_bn2lebinpad(value, out->data() + at, bytes), bytes);
 }
 
 // Appends the key's number `name` little-endian in `bytes` bytes.
-void AppendNumber(Bytes *out, char const *name, int bytes)
+static void AppendNumber(Bytes *out, char const *name, int bytes)
 {
     BIGNUM *number = nullptr;
     ASSERT_EQ(EVP_PKEY_get_bn_param(g_key, name, &number), 1) << name;
-    std::size_t at = out->size();
-    out->resize(at + std::size_t(bytes));
-    EXPECT_EQ(BN_bn2lebinpad(number, out->data() + at, bytes), bytes) << name;
+    AppendLittleEndian(out, number, bytes);
     BN_clear_free(number);
 }
 
-// The key as a blob in the documented layout, written field by field.
-Bytes MakeBlob(bool is_private)
+// The key as a blob in the documented layout: the 16-byte header as literal
+// bytes (bit length 1,024), the numbers, then a seed record of no seed.
+static Bytes MakeBlob(bool is_private)
 {
-    Bytes blob = {static_cast<unsigned char>(is_private ? 7 : 6), 2, 0, 0};
-    AppendNat32(&blob, 0x2200);
-    blob.insert(blob.end(), {'D', 'S', 'S', static_cast<unsigned char>(is_private ? '2' : '1')});
-    AppendNat32(&blob, 1024);
+    unsigned char const type = is_private ? 7 : 6, magic = is_private ? '2' : '1';
+    Bytes blob = {type, 2, 0, 0, 0x00, 0x22, 0, 0, 'D', 'S', 'S', magic, 0x00, 0x04, 0, 0};
     AppendNumber(&blob, OSSL_PKEY_PARAM_FFC_P, 128);
     AppendNumber(&blob, OSSL_PKEY_PARAM_FFC_Q, 20);
     AppendNumber(&blob, OSSL_PKEY_PARAM_FFC_G, 128);
@@ -193,18 +177,19 @@ Bytes MakeBlob(bool is_private)
         AppendNumber(&blob, OSSL_PKEY_PARAM_PRIV_KEY, 20);
     else
         AppendNumber(&blob, OSSL_PKEY_PARAM_PUB_KEY, 128);
-    AppendNat32(&blob, 0xFFFFFFFF);  // no seed
+    blob.insert(blob.end(), 4, 0xFF);  // counter: no seed
     blob.resize(blob.size() + 20);
     return blob;
 }
 
-// OpenSSL's own DSA with SHA-1 over `data`, in the 40-byte form.
-Bytes OpenSSLSign(std::string const &data)
+// OpenSSL's own DSA with SHA-1 over `data`, in the 40-byte form; empty if
+// OpenSSL fails.
+static Bytes OpenSSLSign(std::string const &data)
 {
     EVP_MD_CTX *signer = EVP_MD_CTX_new();
     unsigned char der[64];
     std::size_t der_size = sizeof der;
-    Bytes signature(40);
+    Bytes signature;
     if (EVP_DigestSignInit(signer, nullptr, EVP_sha1(), nullptr, g_key) == 1 &&
         EVP_DigestSign(signer, der, &der_size, reinterpret_cast<unsigned char const *>(data.data()),
                        data.size()) == 1) {
@@ -213,8 +198,8 @@ Bytes OpenSSLSign(std::string const &data)
         BIGNUM const *r = nullptr;
         BIGNUM const *s = nullptr;
         DSA_SIG_get0(parsed, &r, &s);
-        EXPECT_EQ(BN_bn2lebinpad(r, signature.data(), 20), 20);
-        EXPECT_EQ(BN_bn2lebinpad(s, signature.data() + 20, 20), 20);
+        AppendLittleEndian(&signature, r, 20);
+        AppendLittleEndian(&signature, s, 20);
         DSA_SIG_free(parsed);
     }
     EVP_MD_CTX_free(signer);
@@ -239,16 +224,10 @@ protected:
         QzSysCryptHashTest::TearDown();
     }
 
-    void SetBothKeys()
+    int SetKey(bool as_private, Bytes const &blob)
     {
-        Bytes private_blob = MakeBlob(true);
-        Bytes public_blob = MakeBlob(false);
-        ASSERT_EQ(QzSysCryptHash::SetDSAPrivateKey(m_context, private_blob.data(),
-                                                   unsigned(private_blob.size())),
-                  1);
-        ASSERT_EQ(QzSysCryptHash::SetDSAPublicKey(m_context, public_blob.data(),
-                                                  unsigned(public_blob.size())),
-                  1);
+        auto set = as_private ? QzSysCryptHash::SetDSAPrivateKey : QzSysCryptHash::SetDSAPublicKey;
+        return set(m_context, blob.data(), unsigned(blob.size()));
     }
 
     // Signs `data` with the context's signing key; empty on failure.
@@ -274,48 +253,43 @@ protected:
     QzSysCryptSignContext *m_context = nullptr;
 };
 
+// Signed with the private blob, verified with the public blob; a signature
+// that OpenSSL makes verifies too, so r and s lie in the order and byte
+// order of the documented form, not merely one that agrees with itself.
+// Any change to the data or to either number breaks the signature.
 TEST_F(QzSysCryptSignTest, SignsWithPrivateBlobAndVerifiesWithPublicBlob)
 {
-    SetBothKeys();
+    ASSERT_EQ(SetKey(true, MakeBlob(true)), 1);
+    ASSERT_EQ(SetKey(false, MakeBlob(false)), 1);
     EXPECT_NE(QzSysCryptHash::CanContextSign(m_context), 0);
     std::string const data = "signed content";
-    Bytes signature = Sign(data);
+    Bytes const signature = Sign(data);
     ASSERT_EQ(signature.size(), 40u);
     EXPECT_EQ(Verify(data, signature), QzSysCryptHash::eVERIFY_OK);
+    EXPECT_EQ(Verify(data, OpenSSLSign(data)), QzSysCryptHash::eVERIFY_OK);
 
-    // Any change to the data or to either number breaks the signature.
     EXPECT_EQ(Verify("signed contenT", signature), QzSysCryptHash::eVERIFY_BAD_SIGNATURE);
-    for (std::size_t at : {std::size_t(0), std::size_t(19), std::size_t(20), std::size_t(39)}) {
-        SCOPED_TRACE(at);
+    for (int at : {0, 19, 20, 39}) {
         Bytes changed = signature;
-        changed[at] ^= 0x01;
-        EXPECT_EQ(Verify(data, changed), QzSysCryptHash::eVERIFY_BAD_SIGNATURE);
+        changed[std::size_t(at)] ^= 0x01;
+        EXPECT_EQ(Verify(data, changed), QzSysCryptHash::eVERIFY_BAD_SIGNATURE) << "byte " << at;
     }
-    Bytes short_signature(signature.begin(), signature.end() - 1);
+    Bytes const short_signature(signature.begin(), signature.end() - 1);
     EXPECT_EQ(Verify(data, short_signature), QzSysCryptHash::eVERIFY_ERROR);
 }
 
-// A signature that OpenSSL makes verifies here: r and s lie in the order and
-// byte order of the documented form, not merely one that agrees with itself.
-TEST_F(QzSysCryptSignTest, VerifiesOpenSSLSignature)
-{
-    SetBothKeys();
-    std::string const data = "interchange";
-    EXPECT_EQ(Verify(data, OpenSSLSign(data)), QzSysCryptHash::eVERIFY_OK);
-}
-
-// A blob derived from the good public one, and whether SetDSAPublicKey or
-// SetDSAPrivateKey is given it.
-struct BadBlobCase {
-    char const *name;
-    bool as_private;
-    void (*spoil)(Bytes *blob);
-};
-
+// Blobs derived from the good public one, given to SetDSAPublicKey or
+// SetDSAPrivateKey, are refused with a log line; the keys set before stay.
 TEST_F(QzSysCryptSignTest, MalformedBlobsAreRefusedAndLogged)
 {
-    SetBothKeys();
-    BadBlobCase const cases[] = {
+    ASSERT_EQ(SetKey(true, MakeBlob(true)), 1);
+    ASSERT_EQ(SetKey(false, MakeBlob(false)), 1);
+    struct Case {
+        char const *name;
+        bool as_private;
+        void (*spoil)(Bytes *blob);
+    };
+    Case const cases[] = {
         {"wrong_magic", false, [](Bytes *b) { (*b)[11] = '2'; }},
         {"wrong_type", false, [](Bytes *b) { (*b)[0] = 7; }},
         {"wrong_version", false, [](Bytes *b) { (*b)[1] = 3; }},
@@ -326,19 +300,14 @@ TEST_F(QzSysCryptSignTest, MalformedBlobsAreRefusedAndLogged)
         {"header_only", false, [](Bytes *b) { b->resize(16); }},
         {"public_blob_as_private", true, [](Bytes *) {}},
     };
-    for (BadBlobCase const &c : cases) {
+    for (Case const &c : cases) {
         SCOPED_TRACE(c.name);
         Bytes blob = MakeBlob(false);
         c.spoil(&blob);
         QzSysError::ClearLogBuffer();
-        int set =
-            c.as_private
-                ? QzSysCryptHash::SetDSAPrivateKey(m_context, blob.data(), unsigned(blob.size()))
-                : QzSysCryptHash::SetDSAPublicKey(m_context, blob.data(), unsigned(blob.size()));
-        EXPECT_EQ(set, 0);
+        EXPECT_EQ(SetKey(c.as_private, blob), 0);
         EXPECT_TRUE(LoggedFailure("CryptImportKey"));
     }
-    // The keys set before are kept.
     std::string const data = "still keyed";
     EXPECT_EQ(Verify(data, Sign(data)), QzSysCryptHash::eVERIFY_OK);
 }
@@ -348,11 +317,8 @@ TEST_F(QzSysCryptSignTest, WithoutKeysNothingSignsOrVerifies)
     EXPECT_EQ(QzSysCryptHash::SetDSAPrivateKey(m_context, nullptr, 0), 0);
     EXPECT_TRUE(LoggedFailure("CryptGetUserKey"));
     EXPECT_EQ(QzSysCryptHash::CanContextSign(m_context), 0);
-
     QzSysError::ClearLogBuffer();
     EXPECT_TRUE(Sign("data").empty());
     EXPECT_TRUE(LoggedFailure("CryptSignHash"));
     EXPECT_EQ(Verify("data", Bytes(40)), QzSysCryptHash::eVERIFY_ERROR);
 }
-
-}  // namespace
