@@ -8,6 +8,7 @@
 
 #include <clocale>
 #include <cstdio>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -29,21 +30,23 @@ class QzSysLocaleTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        for (char const *name : kLocaleVariables)
-            m_environment.Set(name, nullptr);
         QzSysLocale::Initialise();
+        UseEnvironment("");
     }
 
     void TearDown() override { QzSysLocale::Terminate(); }
 
-    // The environment as given (null entries unset), then the list rebuilt.
-    void UseEnvironment(char const *language, char const *lc_all, char const *lc_messages,
-                        char const *lang)
+    // The environment as "NAME=value" words, every other variable above
+    // unset, then the search list rebuilt.
+    void UseEnvironment(std::string const &settings)
     {
-        m_environment.Set("LANGUAGE", language);
-        m_environment.Set("LC_ALL", lc_all);
-        m_environment.Set("LC_MESSAGES", lc_messages);
-        m_environment.Set("LANG", lang);
+        for (char const *name : kLocaleVariables)
+            m_environment.Set(name, nullptr);
+        std::istringstream words(settings);
+        for (std::string word; words >> word;) {
+            std::size_t equals = word.find('=');
+            m_environment.Set(word.substr(0, equals).c_str(), word.substr(equals + 1).c_str());
+        }
         QzSysLocale::ResetLocalization();
     }
 
@@ -87,10 +90,7 @@ std::string ThreadThousandsSeparator()
 
 struct SearchRow {
     char const *name;
-    char const *language;  // LANGUAGE; null: unset
-    char const *lc_all;
-    char const *lc_messages;
-    char const *lang;
+    char const *environment;       // for UseEnvironment
     char16_t const *override_tag;  // null: none
     std::vector<std::string> expected;
 };
@@ -99,46 +99,39 @@ struct SearchRow {
 // LC_MESSAGES and LANG, then "en-US"; each once; at most four with "en-US".
 TEST_F(QzSysLocaleTest, SearchListFollowsTheEnvironment)
 {
-    // Columns: LANGUAGE, LC_ALL, LC_MESSAGES, LANG (null: unset), override.
     // clang-format off
     SearchRow const rows[] = {
-        {"nothing set", nullptr, nullptr, nullptr, nullptr, nullptr, {"en-US"}},
-        {"codeset and modifier dropped", nullptr, nullptr, nullptr, "de_DE.UTF-8@euro", nullptr,
+        {"nothing set", "", nullptr, {"en-US"}},
+        {"codeset and modifier dropped", "LANG=de_DE.UTF-8@euro", nullptr, {"de-DE", "en-US"}},
+        {"C.UTF-8 is no language", "LANG=C.UTF-8", nullptr, {"en-US"}},
+        {"POSIX is no language", "LC_ALL=POSIX", nullptr, {"en-US"}},
+        {"bare language takes its default region", "LANGUAGE=fr:de_AT:C", nullptr,
+         {"fr-FR", "de-AT", "en-US"}},
+        {"duplicates dropped", "LANGUAGE=de_DE:de_DE.UTF-8:de LANG=de_DE.ISO-8859-1", nullptr,
          {"de-DE", "en-US"}},
-        {"C.UTF-8 is no language", nullptr, nullptr, nullptr, "C.UTF-8", nullptr, {"en-US"}},
-        {"POSIX is no language", nullptr, "POSIX", nullptr, nullptr, nullptr, {"en-US"}},
-        {"bare language takes its default region", "fr:de_AT:C", nullptr, nullptr, nullptr,
-         nullptr, {"fr-FR", "de-AT", "en-US"}},
-        {"duplicates dropped", "de_DE:de_DE.UTF-8:de", nullptr, nullptr, "de_DE.ISO-8859-1",
-         nullptr, {"de-DE", "en-US"}},
-        {"four at most, en-US kept", "ja:ko:ru:tr:pl", nullptr, nullptr, nullptr, nullptr,
+        {"four at most, en-US kept", "LANGUAGE=ja:ko:ru:tr:pl", nullptr,
          {"ja-JP", "ko-KR", "ru-RU", "en-US"}},
-        {"en-US early is not repeated", "en_US:sv", nullptr, nullptr, nullptr, nullptr,
-         {"en-US", "sv-SE"}},
-        {"en-US early leaves three places", "en:it:nl:hu:cs", nullptr, nullptr, nullptr, nullptr,
+        {"en-US early is not repeated", "LANGUAGE=en_US:sv", nullptr, {"en-US", "sv-SE"}},
+        {"en-US early leaves three places", "LANGUAGE=en:it:nl:hu:cs", nullptr,
          {"en-US", "it-IT", "nl-NL", "hu-HU"}},
-        {"LANGUAGE before the locale", "pl", nullptr, nullptr, "tr_TR.UTF-8", nullptr,
+        {"LANGUAGE before the locale", "LANGUAGE=pl LANG=tr_TR.UTF-8", nullptr,
          {"pl-PL", "tr-TR", "en-US"}},
-        {"LC_ALL before LANG", nullptr, "it_IT.UTF-8", nullptr, "de_DE", nullptr,
-         {"it-IT", "en-US"}},
-        {"empty LC_ALL passes to LC_MESSAGES", nullptr, "", "nl_NL", "de_DE", nullptr,
+        {"LC_ALL before LANG", "LC_ALL=it_IT.UTF-8 LANG=de_DE", nullptr, {"it-IT", "en-US"}},
+        {"empty LC_ALL passes to LC_MESSAGES", "LC_ALL= LC_MESSAGES=nl_NL LANG=de_DE", nullptr,
          {"nl-NL", "en-US"}},
-        {"C in LC_ALL hides LANG", nullptr, "C", nullptr, "de_DE", nullptr, {"en-US"}},
-        {"names that are no locale skipped", "::x:english:zh_TW.Big5:de-", nullptr, nullptr,
-         nullptr, nullptr, {"zh-TW", "en-US"}},
-        {"case normalised", nullptr, nullptr, nullptr, "EN_gb", nullptr, {"en-GB", "en-US"}},
-        {"unknown languages kept", "eo:es_419:sr_RS@latin", nullptr, nullptr, nullptr, nullptr,
+        {"C in LC_ALL hides LANG", "LC_ALL=C LANG=de_DE", nullptr, {"en-US"}},
+        {"names that are no locale skipped", "LANGUAGE=::x:english:zh_TW.Big5:de-", nullptr,
+         {"zh-TW", "en-US"}},
+        {"case normalised", "LANG=EN_gb", nullptr, {"en-GB", "en-US"}},
+        {"unknown languages kept", "LANGUAGE=eo:es_419:sr_RS@latin", nullptr,
          {"eo", "es-419", "sr-RS", "en-US"}},
-        {"override first", nullptr, nullptr, nullptr, "es_ES.UTF-8", u"pt_BR",
-         {"pt-BR", "es-ES", "en-US"}},
-        {"override not repeated", "ko:ja", nullptr, nullptr, nullptr, u"JA-jp",
-         {"ja-JP", "ko-KR", "en-US"}},
-        {"override that names no language ignored", nullptr, nullptr, nullptr, "fi_FI", u"C",
-         {"fi-FI", "en-US"}},
+        {"override first", "LANG=es_ES.UTF-8", u"pt_BR", {"pt-BR", "es-ES", "en-US"}},
+        {"override not repeated", "LANGUAGE=ko:ja", u"JA-jp", {"ja-JP", "ko-KR", "en-US"}},
+        {"override that names no language ignored", "LANG=fi_FI", u"C", {"fi-FI", "en-US"}},
     };
     // clang-format on
     for (SearchRow const &row : rows) {
-        UseEnvironment(row.language, row.lc_all, row.lc_messages, row.lang);
+        UseEnvironment(row.environment);
         if (row.override_tag != nullptr)
             (void)QzSysLocale::SetOverrideLanguage(row.override_tag);
         EXPECT_EQ(row.expected, SearchList()) << row.name;
@@ -148,7 +141,7 @@ TEST_F(QzSysLocaleTest, SearchListFollowsTheEnvironment)
 // The override stays until reset or cleared, and the index is bounded.
 TEST_F(QzSysLocaleTest, OverrideLifetimeAndIndexBounds)
 {
-    UseEnvironment(nullptr, nullptr, nullptr, "de_DE");
+    UseEnvironment("LANG=de_DE");
     EXPECT_EQ(1, QzSysLocale::SetOverrideLanguage(u"fr-CA"));
     EXPECT_EQ((std::vector<std::string>{"fr-CA", "de-DE", "en-US"}), SearchList());
     EXPECT_EQ(nullptr, QzSysLocale::GetSearchLanguage(-1));
@@ -166,7 +159,8 @@ TEST_F(QzSysLocaleTest, OverrideLifetimeAndIndexBounds)
 // not count; en-US stands in for none.
 TEST_F(QzSysLocaleTest, UserLanguageAndLocale)
 {
-    UseEnvironment("eo:fr_CA", nullptr, nullptr, "de_DE.UTF-8");
+    // The number locale: LC_NUMERIC before LANG, LANGUAGE plays no part.
+    UseEnvironment("LANGUAGE=eo:fr_CA LANG=de_DE.UTF-8 LC_NUMERIC=pt_BR.UTF-8");
     (void)QzSysLocale::SetOverrideLanguage(u"ja");
     EXPECT_EQ(0x0C0C, QzSysLocale::GetUserLangID());
 
@@ -181,16 +175,12 @@ TEST_F(QzSysLocaleTest, UserLanguageAndLocale)
     EXPECT_EQ(0, QzSysLocale::GetUserLanguage(&language, &region,
                                               static_cast<QzSysLocale::LanguageTagFormat>(7)));
     EXPECT_EQ(u"", ToU16(language.GetString()));
-
-    // The number locale: LC_NUMERIC before LANG, LANGUAGE plays no part.
-    m_environment.Set("LC_NUMERIC", "pt_BR.UTF-8");
     EXPECT_EQ(0x0416, QzSysLocale::GetUserLocaleID());
     QzWideStringBuffer tag;
     EXPECT_EQ(1, QzSysLocale::GetUserLocale(&tag));
     EXPECT_EQ(u"pt-BR", ToU16(tag.GetString()));
 
-    UseEnvironment("eo", nullptr, nullptr, "C");
-    m_environment.Set("LC_NUMERIC", nullptr);
+    UseEnvironment("LANGUAGE=eo LANG=C");
     EXPECT_EQ(0x0409, QzSysLocale::GetUserLangID());
     EXPECT_EQ(0x0409, QzSysLocale::GetUserLocaleID());
     EXPECT_EQ(0, QzSysLocale::GetUserLocale(&tag));
@@ -336,35 +326,20 @@ TEST_F(QzSysLocaleTest, UnknownKeysAnswerNothing)
     EXPECT_EQ(0x0407, QzSysLocale::LocaleIDToLangID(0x10407));
 }
 
-struct SeparatorRow {
-    char const *locale;
-    char16_t const *decimal_point;
-    char16_t const *thousands;
-    char16_t const *list;
-};
-
 // The separators are those of the environment's LC_NUMERIC; a missing
-// locale answers as "C".
+// locale answers as "C". Only the grouping locale groups digits.
 TEST_F(QzSysLocaleTest, SeparatorsOfTheEnvironmentLocale)
 {
-    SeparatorRow const rows[] = {
-        {"C", u".", u"", u","},
-        {"C.UTF-8", u".", u"", u","},
-        {"xx_XX.UTF-8", u".", u"", u","},
-        {kGroupingLocale, u".", u",", u","},
-    };
-    for (SeparatorRow const &row : rows) {
-        if (row.locale == kGroupingLocale && !HasLocale(kGroupingLocale))
+    for (char const *locale : {"C", "C.UTF-8", "xx_XX.UTF-8", kGroupingLocale}) {
+        bool is_grouping = locale == kGroupingLocale;
+        if (is_grouping && !HasLocale(kGroupingLocale))
             continue;  // not installed here: only "C" and "C.UTF-8" are assumed
-        m_environment.Set("LC_ALL", row.locale);
-        EXPECT_EQ(std::u16string(row.decimal_point),
-                  ToU16(QzSysLocale::GetLocalizedDecimalPoint().GetString()))
-            << row.locale;
-        EXPECT_EQ(std::u16string(row.thousands),
+        m_environment.Set("LC_ALL", locale);
+        EXPECT_EQ(u".", ToU16(QzSysLocale::GetLocalizedDecimalPoint().GetString())) << locale;
+        EXPECT_EQ(is_grouping ? u"," : u"",
                   ToU16(QzSysLocale::GetLocalizedThousandSep().GetString()))
-            << row.locale;
-        EXPECT_EQ(std::u16string(row.list), ToU16(QzSysLocale::GetLocalizedListSep().GetString()))
-            << row.locale;
+            << locale;
+        EXPECT_EQ(u",", ToU16(QzSysLocale::GetLocalizedListSep().GetString())) << locale;
         EXPECT_EQ(2, QzSysLocale::GetLocalizedDecimalPlaces());
     }
 }
@@ -379,36 +354,12 @@ protected:
     }
 };
 
-// The "C" guard switches the calling thread's numbers to "C" and back.
-TEST_F(QzSysLocaleGuardTest, CLocaleGuardRestoresTheThreadLocale)
+// A guard changes its category on the calling thread alone: not the other
+// categories, not the process's locale, not other threads; nested guards
+// unwind in order.
+TEST_F(QzSysLocaleGuardTest, GuardsChangeTheirCategoryOnThisThreadOnly)
 {
-    locale_t grouping = newlocale(LC_ALL_MASK, kGroupingLocale, static_cast<locale_t>(nullptr));
-    ASSERT_NE(nullptr, grouping);
-    locale_t original = uselocale(grouping);
     std::string process_locale = std::setlocale(LC_ALL, nullptr);
-    EXPECT_EQ(1234, ReadGroupedNumber());
-    {
-        QzAutoCLocaleOverride c_locale;
-        EXPECT_TRUE(c_locale.IsActive());
-        EXPECT_EQ(1, ReadGroupedNumber());
-        EXPECT_EQ(process_locale, std::setlocale(LC_ALL, nullptr));  // process untouched
-    }
-    EXPECT_EQ(1234, ReadGroupedNumber());
-    {
-        // One category only: the character set of the thread stays.
-        QzAutoCLocaleOverride c_numeric(LC_NUMERIC);
-        EXPECT_EQ(1, ReadGroupedNumber());
-        EXPECT_STREQ("ISO-8859-1", nl_langinfo(CODESET));
-    }
-    EXPECT_EQ(1234, ReadGroupedNumber());
-    uselocale(original);
-    freelocale(grouping);
-}
-
-// A named guard changes its category on this thread alone, nested guards
-// unwind in order, and other threads keep the process locale.
-TEST_F(QzSysLocaleGuardTest, NamedGuardAffectsItsCategoryOnThisThreadOnly)
-{
     std::string codeset = nl_langinfo(CODESET);
     ASSERT_EQ(1, ReadGroupedNumber());
     {
@@ -417,19 +368,31 @@ TEST_F(QzSysLocaleGuardTest, NamedGuardAffectsItsCategoryOnThisThreadOnly)
         EXPECT_EQ(1234, ReadGroupedNumber());
         EXPECT_EQ(",", ThreadThousandsSeparator());
         EXPECT_EQ(codeset, nl_langinfo(CODESET));
-
+        EXPECT_EQ(process_locale, std::setlocale(LC_ALL, nullptr));
         std::string other_thread_separator = "unset";
-        std::thread other(
-            [&other_thread_separator] { other_thread_separator = ThreadThousandsSeparator(); });
+        std::thread other([&] { other_thread_separator = ThreadThousandsSeparator(); });
         other.join();
         EXPECT_EQ("", other_thread_separator);
+    }
+    EXPECT_EQ(1, ReadGroupedNumber());
+    {
+        QzAutoLocaleOverride all(LC_ALL, kGroupingLocale);  // an ISO-8859-1 thread
         {
-            QzAutoCLocaleOverride inner;
+            QzAutoCLocaleOverride c_locale;
+            EXPECT_TRUE(c_locale.IsActive());
             EXPECT_EQ(1, ReadGroupedNumber());
+            EXPECT_EQ(process_locale, std::setlocale(LC_ALL, nullptr));
+        }
+        EXPECT_EQ(1234, ReadGroupedNumber());
+        {
+            QzAutoCLocaleOverride c_numeric(LC_NUMERIC);
+            EXPECT_EQ(1, ReadGroupedNumber());
+            EXPECT_STREQ("ISO-8859-1", nl_langinfo(CODESET));
         }
         EXPECT_EQ(1234, ReadGroupedNumber());
     }
     EXPECT_EQ(1, ReadGroupedNumber());
+    EXPECT_EQ(codeset, nl_langinfo(CODESET));
 }
 
 // Guards that cannot switch leave the thread alone.

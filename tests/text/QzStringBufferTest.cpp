@@ -8,6 +8,7 @@
 
 #include "qzutil/text/QzStringBuffer.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <string>
 
@@ -34,15 +35,12 @@ TYPED_TEST(QzBufferWidthTest, NewBufferIsNullAndEmptyBlockIsFourBytes)
     EXPECT_TRUE(buffer.IsEmpty());
     EXPECT_EQ(buffer.GetAllocationSize(), 0);
     EXPECT_EQ(buffer.GetSize(), 0u);
-    EXPECT_TRUE(buffer == BufferOf<TypeParam>());
-
     buffer.SetEmptyString();
     EXPECT_FALSE(buffer.IsNull());
     EXPECT_TRUE(buffer.IsEmpty());
     EXPECT_EQ(buffer.GetAllocationSize(), static_cast<int>(4 / sizeof(TypeParam)));
     EXPECT_EQ(buffer.GetSize(), 1u);
     EXPECT_FALSE(buffer == BufferOf<TypeParam>());
-    EXPECT_TRUE(buffer == QzAscii<TypeParam>(""));
 }
 
 TYPED_TEST(QzBufferWidthTest, ReserveGrowsByBestBlockSizeAndKeepsText)
@@ -65,7 +63,6 @@ TYPED_TEST(QzBufferWidthTest, ReserveGrowsByBestBlockSizeAndKeepsText)
     buffer.Reserve(capacity);  // not below: the next block size
     EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<TypeParam>(capacity));
     EXPECT_EQ(Bytes(buffer.GetString()), "abcdefghij");
-    EXPECT_EQ(buffer.GetLength(), 10);
 
     BufferOf<TypeParam> fresh;
     fresh.Reserve(-1);  // a block even for a negative request
@@ -87,8 +84,6 @@ TYPED_TEST(QzBufferWidthTest, SetStringReplacesOnlyABlockThatIsTooSmall)
     buffer.SetString(Ascii("hello world"), 5);
     EXPECT_EQ(Bytes(buffer.GetString()), "hello");
     EXPECT_EQ(buffer.GetLength(), 5);
-    EXPECT_EQ(buffer.GetSize(), 6u);
-
     buffer.SetString(buffer.GetString() + 1);  // its own text, moved down
     EXPECT_EQ(Bytes(buffer.GetString()), "ello");
 
@@ -108,8 +103,6 @@ TYPED_TEST(QzBufferWidthTest, AppendReservesOneMoreThanNeeded)
 
     buffer.Append(Ascii("abc"));  // Reserve(0 + 1 + 3)
     EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<TypeParam>(4));
-    EXPECT_EQ(Bytes(buffer.GetString()), "abc");
-
     // Reserve(3 + 1 + n) with n filling the block exactly: not below the
     // capacity, so it grows although the text alone would have fitted.
     int capacity = buffer.GetAllocationSize();
@@ -123,8 +116,6 @@ TYPED_TEST(QzBufferWidthTest, AppendReservesOneMoreThanNeeded)
     EXPECT_EQ(single.GetAllocationSize(), CapacityFor<TypeParam>(2));
     single.Append(TypeParam('y'));  // Reserve(1 + 2): below the capacity
     EXPECT_EQ(single.GetAllocationSize(), CapacityFor<TypeParam>(2));
-    EXPECT_EQ(Bytes(single.GetString()), "xy");
-
     single.Append(Ascii("zzz"), 1);
     single.Append(StringOf<TypeParam>(Ascii("!")));
     single.Append(BufferOf<TypeParam>(Ascii("?")));
@@ -132,30 +123,24 @@ TYPED_TEST(QzBufferWidthTest, AppendReservesOneMoreThanNeeded)
     EXPECT_EQ(single.GetLength(), 5);
 }
 
-TYPED_TEST(QzBufferWidthTest, AppendOfItsOwnTextSurvivesGrowth)
+// Appending its own text survives the move to a bigger block; a nul stored
+// by SetAt shortens the text.
+TYPED_TEST(QzBufferWidthTest, AppendOfItsOwnTextAndSetAt)
 {
     BufferOf<TypeParam> buffer(QzAscii<TypeParam>("abcd"));
     buffer.Append(buffer.GetString());
     EXPECT_EQ(Bytes(buffer.GetString()), "abcdabcd");
     buffer.Append(buffer);
     EXPECT_EQ(Bytes(buffer.GetString()), "abcdabcdabcdabcd");
-    EXPECT_EQ(buffer.GetLength(), 16);
-}
-
-TYPED_TEST(QzBufferWidthTest, SetAtNulShortensTheText)
-{
-    BufferOf<TypeParam> buffer(QzAscii<TypeParam>("abcdef"));
     buffer.SetAt(1, TypeParam('X'));
-    EXPECT_EQ(Bytes(buffer.GetString()), "aXcdef");
-    EXPECT_EQ(buffer.GetLength(), 6);
+    EXPECT_EQ(buffer.GetLength(), 16);
     buffer.SetAt(3, TypeParam(0));
     EXPECT_EQ(buffer.GetLength(), 3);
     EXPECT_EQ(Bytes(buffer.GetString()), "aXc");
 }
 
 struct EditCase {
-    char const *name;
-    char const *written;  // units written into the block, with their nul
+    char const *name, *written;  // written with its nul; null: 'z' over the whole block
     int end_length;
     int expected_length;  // -1: the capacity
 };
@@ -163,10 +148,9 @@ struct EditCase {
 // The block has room for at least 10 units and the nul (Reserve(10)), and
 // for fewer than 50.
 const EditCase kEditCases[] = {
-    {"scan_for_nul", "hello", -1, 5},
-    {"given_shorter", "hello", 3, 3},
-    {"given_longer_than_text", "hi", 8, 8},
-    {"clamped_to_capacity", "hello", 50, -1},
+    {"scan_for_nul", "hello", -1, 5},       {"given_shorter", "hello", 3, 3},
+    {"given_longer_than_text", "hi", 8, 8}, {"clamped_to_capacity", "hello", 50, -1},
+    {"scan_finds_no_nul", nullptr, -1, -1},
 };
 
 TYPED_TEST(QzBufferWidthTest, EndEditBufferTakesTheWrittenLength)
@@ -178,9 +162,12 @@ TYPED_TEST(QzBufferWidthTest, EndEditBufferTakesTheWrittenLength)
         int capacity = buffer.GetAllocationSize();
         ASSERT_LT(capacity, 50);
         TypeParam *block = buffer.BeginEditBuffer();
-        std::basic_string<TypeParam> written(QzAscii<TypeParam>(c.written));
-        written.copy(block, written.size());
-        block[written.size()] = 0;
+        if (c.written == nullptr) {
+            std::fill_n(block, capacity, TypeParam('z'));  // no nul anywhere
+        } else {
+            std::basic_string<TypeParam> written(QzAscii<TypeParam>(c.written));
+            std::copy_n(written.c_str(), written.size() + 1, block);  // with its nul
+        }
         buffer.EndEditBuffer(c.end_length);
         int expected = c.expected_length < 0 ? capacity : c.expected_length;
         EXPECT_EQ(buffer.GetLength(), expected);
@@ -188,62 +175,45 @@ TYPED_TEST(QzBufferWidthTest, EndEditBufferTakesTheWrittenLength)
             EXPECT_EQ(buffer.GetString()[expected], TypeParam(0));
         }
     }
-
-    BufferOf<TypeParam> full;
-    full.Reserve(3);
-    TypeParam *block = full.BeginEditBuffer();
-    for (int i = 0; i < full.GetAllocationSize(); ++i)
-        block[i] = TypeParam('z');  // no nul anywhere
-    full.EndEditBuffer(-1);
-    EXPECT_EQ(full.GetLength(), full.GetAllocationSize());
-
     BufferOf<TypeParam> none;
     none.EndEditBuffer(7);
     EXPECT_EQ(none.GetLength(), 0);
 }
 
-// "%s" takes text of the format's own width, so one call serves both buffers.
-TYPED_TEST(QzBufferWidthTest, FormatStartsWithRoomFor101Characters)
+// Formats `text` by "%s", which takes text of the format's own width.
+template <typename Unit>
+static void FormatText(BufferOf<Unit> *buffer, std::string const &text)
 {
-    using Ascii = QzAscii<TypeParam>;
-    BufferOf<TypeParam> buffer;
-    std::string hundred(100, 'x');
-    buffer.Format(Ascii("%s"), static_cast<TypeParam const *>(Ascii(hundred.c_str())));
-    EXPECT_EQ(buffer.GetLength(), 100);
-    int capacity = buffer.GetAllocationSize();
-    EXPECT_EQ(capacity, CapacityFor<TypeParam>(100));
-    EXPECT_EQ(Bytes(buffer.GetString()), hundred);
-
-    std::string hundred_one(101, 'x');  // fits the first block too
-    buffer.Format(Ascii("%s"), static_cast<TypeParam const *>(Ascii(hundred_one.c_str())));
-    EXPECT_EQ(buffer.GetLength(), 101);
-    EXPECT_EQ(buffer.GetAllocationSize(), capacity);
-
-    std::string fits(static_cast<std::size_t>(capacity - 1), 'y');  // with its nul, the block
-    buffer.Format(Ascii("%s"), static_cast<TypeParam const *>(Ascii(fits.c_str())));
-    EXPECT_EQ(buffer.GetLength(), capacity - 1);
-    EXPECT_EQ(buffer.GetAllocationSize(), capacity);
-
-    std::string grows(static_cast<std::size_t>(capacity), 'z');  // one more: next size
-    buffer.Format(Ascii("%s"), static_cast<TypeParam const *>(Ascii(grows.c_str())));
-    EXPECT_EQ(buffer.GetLength(), capacity);
-    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<TypeParam>(capacity));
-    EXPECT_EQ(Bytes(buffer.GetString()), grows);
+    buffer->Format(QzAscii<Unit>("%s"), static_cast<Unit const *>(QzAscii<Unit>(text.c_str())));
 }
 
+// Format starts with room for 101 characters, whatever block that rounds to,
+// and grows a size class at a time, formatting the same arguments again,
+// until the output and its nul fit; each call replaces the text.
 TYPED_TEST(QzBufferWidthTest, FormatGrowsUntilTheOutputFits)
 {
     using Ascii = QzAscii<TypeParam>;
-    BufferOf<TypeParam> buffer(Ascii("old"));
-    std::string long_text(1000, 'q');
+    BufferOf<TypeParam> buffer;
+    FormatText<TypeParam>(&buffer, std::string(100, 'x'));
+    int const capacity = buffer.GetAllocationSize();
+    EXPECT_EQ(capacity, CapacityFor<TypeParam>(100));
+    FormatText<TypeParam>(&buffer, std::string(101, 'x'));  // the rounded block holds it too
+    EXPECT_EQ(buffer.GetAllocationSize(), capacity);
+    EXPECT_EQ(Bytes(buffer.GetString()), std::string(101, 'x'));
+    FormatText<TypeParam>(&buffer, std::string(static_cast<std::size_t>(capacity - 1), 'y'));
+    EXPECT_EQ(buffer.GetLength(), capacity - 1);
+    EXPECT_EQ(buffer.GetAllocationSize(), capacity);
+    std::string const grows(static_cast<std::size_t>(capacity), 'z');
+    FormatText<TypeParam>(&buffer, grows);
+    EXPECT_EQ(buffer.GetAllocationSize(), CapacityFor<TypeParam>(capacity));
+    EXPECT_EQ(Bytes(buffer.GetString()), grows);
+
+    std::string long_text(1000, 'q');  // several classes up, with an argument after
     buffer.Format(Ascii("[%s] %d"), static_cast<TypeParam const *>(Ascii(long_text.c_str())), 42);
     EXPECT_EQ(Bytes(buffer.GetString()), "[" + long_text + "] 42");
-    EXPECT_LT(buffer.GetLength(), buffer.GetAllocationSize());
-
-    buffer.Format(Ascii("%d-%s-%c"), 7, static_cast<TypeParam const *>(Ascii("x")), 'y');
-    EXPECT_EQ(Bytes(buffer.GetString()), "7-x-y");
-    EXPECT_EQ(buffer.GetLength(), 5);
-
+    buffer.Format(Ascii("%d-%c"), 7, 'y');
+    EXPECT_EQ(Bytes(buffer.GetString()), "7-y");
+    EXPECT_EQ(buffer.GetLength(), 3);
     buffer.Format(nullptr);
     EXPECT_TRUE(buffer.IsNull());
 }
@@ -258,95 +228,68 @@ static int CallFormatV(Buffer *buffer, Unit const *format, ...)
     return result;
 }
 
+// FormatV alone never grows: output that does not fit is cut, with -1.
 TYPED_TEST(QzBufferWidthTest, FormatVTruncatesWithoutGrowing)
 {
     using Ascii = QzAscii<TypeParam>;
+    using Text = TypeParam const *;
     BufferOf<TypeParam> buffer;
-    EXPECT_EQ(CallFormatV(&buffer, static_cast<TypeParam const *>(Ascii("%d")), 5), -1);
+    EXPECT_EQ(CallFormatV(&buffer, Text(Ascii("%d")), 5), -1);
     EXPECT_EQ(buffer.GetLength(), 0);  // no block at all
 
     buffer.Reserve(3);
-    ASSERT_EQ(buffer.GetAllocationSize(), CapacityFor<TypeParam>(3));
-    int room = buffer.GetAllocationSize() - 1;
-    std::string fits(static_cast<std::size_t>(room), '7');
-    std::string too_long(static_cast<std::size_t>(room + 1), '8');
-    Ascii percent_s("%s");
-    EXPECT_EQ(CallFormatV(&buffer, static_cast<TypeParam const *>(percent_s),
-                          static_cast<TypeParam const *>(Ascii(fits.c_str()))),
-              room);
+    int const room = buffer.GetAllocationSize() - 1;
+    std::string const fits(static_cast<std::size_t>(room), '7');
+    std::string const too_long = fits + "8";
+    EXPECT_EQ(CallFormatV(&buffer, Text(Ascii("%s")), Text(Ascii(fits.c_str()))), room);
     EXPECT_EQ(Bytes(buffer.GetString()), fits);
-    EXPECT_EQ(CallFormatV(&buffer, static_cast<TypeParam const *>(percent_s),
-                          static_cast<TypeParam const *>(Ascii(too_long.c_str()))),
-              -1);
-    EXPECT_EQ(Bytes(buffer.GetString()), too_long.substr(0, fits.size()));  // the cut output
+    EXPECT_EQ(CallFormatV(&buffer, Text(Ascii("%s")), Text(Ascii(too_long.c_str()))), -1);
+    EXPECT_EQ(Bytes(buffer.GetString()), fits);  // the cut output
     EXPECT_EQ(buffer.GetLength(), room);
     EXPECT_EQ(buffer.GetAllocationSize(), room + 1);
 }
 
-struct CFloatCase {
+struct FloatCase {
     char const *name;
+    bool is_c;  // FormatCFloat(value, precision, third); else FormatLocalizedFloat
     double value;
-    int precision;
-    int width;
+    int precision, third;  // the width, or whether significant digits count
     char const *expected;
 };
 
-const CFloatCase kCFloatCases[] = {
-    {"padded", 3.14159, 2, 8, "    3.14"},  {"left_justified", 3.14159, 2, -6, "3.14  "},
-    {"no_width", -0.5, 3, 0, "-0.500"},     {"rounded", 2.5, 0, 0, "2"},
-    {"half_to_even", 2.25, 1, 6, "   2.2"},
-};
-
-TYPED_TEST(QzBufferWidthTest, FormatCFloatUsesWidthAndPrecision)
-{
-    for (CFloatCase const &c : kCFloatCases) {
-        SCOPED_TRACE(c.name);
-        BufferOf<TypeParam> buffer;
-        buffer.FormatCFloat(c.value, c.precision, c.width);
-        EXPECT_EQ(Bytes(buffer.GetString()), c.expected);
-    }
-}
-
-struct LocalizedCase {
-    char const *name;
-    double value;
-    int precision;
-    int significant;
-    char const *expected;
-};
-
-const LocalizedCase kLocalizedCases[] = {
+const FloatCase kFloatCases[] = {
+    {"c_padded", true, 3.14159, 2, 8, "    3.14"},
+    {"c_left_justified", true, 3.14159, 2, -6, "3.14  "},
+    {"c_no_width", true, -0.5, 3, 0, "-0.500"},
     // 0.1^3 is above 0.00012, 0.1^4 is not: p = 3, then 3 + 2 = 5 decimals.
-    {"small_gets_decimals", 0.00012, 2, 1, "0.00012"},
+    {"small_gets_decimals", false, 0.00012, 2, 1, "0.00012"},
     // 0.1^3 is not above 0.00123: nothing added, and it shows as zero.
-    {"not_small_enough", 0.00123, 2, 1, "0.00"},
-    {"negative", -0.00012, 2, 1, "-0.00012"},
+    {"not_small_enough", false, 0.00123, 2, 1, "0.00"},
+    {"negative", false, -0.00012, 2, 1, "-0.00012"},
     // p = 4 + 2 = 6: "0.000050", one trailing zero stripped.
-    {"trailing_zero_stripped", 0.00005, 2, 1, "0.00005"},
-    {"significant_off", 0.00012, 2, 0, "0.00"},
-    {"large", 1234.5678, 2, 1, "1234.57"},
-    {"zero_is_not_extended", 0.0, 2, 1, "0.00"},
+    {"trailing_zero_stripped", false, 0.00005, 2, 1, "0.00005"},
+    {"significant_off", false, 0.00012, 2, 0, "0.00"},
+    {"large", false, 1234.5678, 2, 1, "1234.57"},
+    {"zero_is_not_extended", false, 0.0, 2, 1, "0.00"},
 };
 
-TYPED_TEST(QzBufferWidthTest, FormatLocalizedFloatShowsSmallValues)
+TYPED_TEST(QzBufferWidthTest, FormatFloats)
 {
-    for (LocalizedCase const &c : kLocalizedCases) {
+    for (FloatCase const &c : kFloatCases) {
         SCOPED_TRACE(c.name);
         BufferOf<TypeParam> buffer;
-        buffer.FormatLocalizedFloat(c.value, c.precision, c.significant);
+        if (c.is_c)
+            buffer.FormatCFloat(c.value, c.precision, c.third);
+        else
+            buffer.FormatLocalizedFloat(c.value, c.precision, c.third);
         EXPECT_EQ(Bytes(buffer.GetString()), c.expected);
         EXPECT_EQ(buffer.GetLength(), QzString::GetLength(c.expected));
     }
 }
 
 struct ReplaceCase {
-    char const *name;
-    char const *text;
-    char const *old_text;
-    char const *new_text;
-    int from;
-    int all;
-    int result;
+    char const *name, *text, *old_text, *new_text;
+    int from, all, result;
     char const *expected;
 };
 
@@ -356,7 +299,6 @@ const ReplaceCase kReplaceCases[] = {
     {"from_position", "a-b-c", "-", "+", 2, 1, 1, "a-b+c"},
     {"null_new_deletes", "a-b-c", "-", nullptr, 0, 1, 1, "abc"},
     {"new_not_searched", "aa", "a", "aa", 0, 1, 1, "aaaa"},
-    {"longer_new", "x.y", ".", "<dot>", 0, 1, 1, "x<dot>y"},
     {"whole_text", "abc", "abc", "", 0, 1, 1, ""},
     {"no_match", "abc", "z", "+", 0, 1, 0, "abc"},
     {"match_before_from", "a-bc", "-", "+", 2, 1, 0, "a-bc"},
@@ -412,17 +354,8 @@ TYPED_TEST(QzBufferWidthTest, ExtractSubStringIntoItselfMovesDownInPlace)
     buffer.ExtractSubString(3, 2, &buffer);  // a bad range empties it
     EXPECT_FALSE(buffer.IsNull());
     EXPECT_TRUE(buffer.IsEmpty());
-
-    BufferOf<TypeParam> source(Ascii("abcdef"));
-    BufferOf<TypeParam> out;
-    source.ExtractSubString(2, 4, &out);
-    EXPECT_EQ(Bytes(out.GetString()), "cd");
-    source.ExtractSubString(0, 9, &out);  // end beyond the text
-    EXPECT_FALSE(out.IsNull());
-    EXPECT_TRUE(out.IsEmpty());
-    BufferOf<TypeParam> null_source;
-    null_source.ExtractSubString(0, 1, &out);
-    EXPECT_TRUE(out.IsNull());
+    BufferOf<TypeParam>().ExtractSubString(0, 1, &buffer);  // a null source nulls it
+    EXPECT_TRUE(buffer.IsNull());
 }
 
 TYPED_TEST(QzBufferWidthTest, EqualityComparesLengthsThenText)
@@ -430,14 +363,12 @@ TYPED_TEST(QzBufferWidthTest, EqualityComparesLengthsThenText)
     using Ascii = QzAscii<TypeParam>;
     using Buffer = BufferOf<TypeParam>;
     Buffer a(Ascii("same"));
-    Buffer b(Ascii("same"));
-    Buffer null_buffer;
-    EXPECT_TRUE(a == b);
+    EXPECT_TRUE(a == Buffer(Ascii("same")));
     EXPECT_TRUE(a != Buffer(Ascii("other")));
     EXPECT_TRUE(a != Buffer(Ascii("sama")));
+    EXPECT_FALSE(a.Equal(Buffer(Ascii("samey"))));
     EXPECT_TRUE(a == Ascii("same"));
-    EXPECT_FALSE(null_buffer == Ascii(""));
-    EXPECT_TRUE(a.Equal(b));
+    EXPECT_FALSE(Buffer() == Ascii(""));
 }
 
 TYPED_TEST(QzBufferWidthTest, SwapAndCopiesExchangeBlocks)
@@ -458,8 +389,6 @@ TYPED_TEST(QzBufferWidthTest, SwapAndCopiesExchangeBlocks)
     Buffer moved(std::move(copy));
     EXPECT_TRUE(copy.IsNull());
     EXPECT_EQ(Bytes(moved.GetString()), "first");
-    a = moved;
-    EXPECT_EQ(Bytes(a.GetString()), "first");
     a = StringOf<TypeParam>(Ascii("text"));
     EXPECT_EQ(Bytes(a.GetString()), "text");
 }
@@ -488,8 +417,7 @@ TYPED_TEST(QzBufferWidthTest, MemberFormsUseTheBufferLength)
 // --- Narrow only: byte trimming, byte classes, XML ---
 
 struct TrimCase {
-    char const *name;
-    char const *text;
+    char const *name, *text;
     void (QzStringBuffer::*trim)();
     char const *expected;
 };
@@ -524,9 +452,8 @@ TEST_F(QzStringBufferTest, Utf8SpacesAreTheSixAsciiBlanksOnly)
 {
     for (char blank : {' ', '\t', '\n', '\v', '\f', '\r'})
         EXPECT_EQ(QzStringBuffer::IsSpaceUTF8(blank), 1) << int(blank);
-    EXPECT_EQ(QzStringBuffer::IsSpaceUTF8('\x85'), 0);
-    EXPECT_EQ(QzStringBuffer::IsSpaceUTF8('\xA0'), 0);
-    EXPECT_EQ(QzStringBuffer::IsSpaceUTF8('a'), 0);
+    for (char other : {'\x85', '\xA0', 'a'})
+        EXPECT_EQ(QzStringBuffer::IsSpaceUTF8(other), 0) << int(other);
     EXPECT_EQ(QzStringBuffer::IsSpaceMBCS('\t'), 1);
     EXPECT_EQ(QzStringBuffer::IsSpaceMBCS('x'), 0);
 }
@@ -534,17 +461,12 @@ TEST_F(QzStringBufferTest, Utf8SpacesAreTheSixAsciiBlanksOnly)
 TEST_F(QzStringBufferTest, SanitiseForXmlDropsControlAndHighBytes)
 {
     QzStringBuffer out("previous");
-    QzStringBuffer::SanitiseForXML("a\x01"
-                                   "b\tc\nd\re\x1F"
-                                   "caf\xC3\xA9",
-                                   &out);
-    EXPECT_EQ(Bytes(out.GetString()), "ab\tc\nd\recaf");
-    EXPECT_EQ(out.GetLength(), 11);
-
+    QzStringBuffer::SanitiseForXML("a\x01z\tc\nd\re\x1F caf\xC3\xA9", &out);
+    EXPECT_EQ(Bytes(out.GetString()), "az\tc\nd\re caf");
+    EXPECT_EQ(out.GetLength(), 12);
     QzStringBuffer in_place("x\x02y");
     QzStringBuffer::SanitiseForXML(in_place.GetString(), &in_place);
     EXPECT_EQ(Bytes(in_place.GetString()), "xy");
-
     QzStringBuffer::SanitiseForXML("", &out);
     EXPECT_FALSE(out.IsNull());
     EXPECT_TRUE(out.IsEmpty());
