@@ -29,22 +29,24 @@ bool QzStreamFile::CloseFile()
     return QzSysFile::fclose(file);
 }
 
-// Text mode for ascii streams: no translation on writing, CR LF read as LF.
-static QzSysFile::Translation TranslationFor(QzStream const *stream)
+// Opens the named file in place of any open one; text mode for ascii
+// streams (no translation on writing, CR LF read as LF). False on failure.
+bool QzStreamFile::OpenFile(QzStream const *stream, QzSysFile::AccessMode access,
+                            QzSysFile::CreationMode creation)
 {
-    return stream && stream->IsAscii() ? QzSysFile::eTEXT : QzSysFile::eBINARY;
+    CloseFile();
+    std::FILE *file = QzSysFile::fopenW(
+        m_filename.GetString(), access, creation,
+        stream && stream->IsAscii() ? QzSysFile::eTEXT : QzSysFile::eBINARY,
+        static_cast<QzSysFile::ShareMode>(QzSysFile::eSHARE_READ | QzSysFile::eSHARE_WRITE));
+    SetHandle(file);
+    return file != nullptr;
 }
 
 int QzStreamFile::WriteBegin(QzWriteStream const *stream)
 {
-    CloseFile();
-    std::FILE *file = QzSysFile::fopenW(
-        m_filename.GetString(), QzSysFile::eACCESS_WRITE, QzSysFile::eCREATE_ALWAYS,
-        TranslationFor(stream),
-        static_cast<QzSysFile::ShareMode>(QzSysFile::eSHARE_READ | QzSysFile::eSHARE_WRITE));
-    if (file == nullptr)
+    if (!OpenFile(stream, QzSysFile::eACCESS_WRITE, QzSysFile::eCREATE_ALWAYS))
         return 0;
-    SetHandle(file);
     return QzStreamFileHandle::WriteBegin(stream);
 }
 
@@ -57,14 +59,8 @@ int QzStreamFile::WriteEnd()
 
 int QzStreamFile::ReadBegin(QzReadStream const *stream)
 {
-    CloseFile();
-    std::FILE *file = QzSysFile::fopenW(
-        m_filename.GetString(), QzSysFile::eACCESS_READ, QzSysFile::eOPEN_EXISTING,
-        TranslationFor(stream),
-        static_cast<QzSysFile::ShareMode>(QzSysFile::eSHARE_READ | QzSysFile::eSHARE_WRITE));
-    if (file == nullptr)
+    if (!OpenFile(stream, QzSysFile::eACCESS_READ, QzSysFile::eOPEN_EXISTING))
         return 0;
-    SetHandle(file);
     return QzStreamFileHandle::ReadBegin(stream);
 }
 

@@ -4,7 +4,10 @@
 #include "qzutil/frame/LtTypes.h"
 #include "qzutil/frame/QzExport.h"
 #include "qzutil/stream/QzStreamFileHandle.h"
+#include "qzutil/sys/QzSysFile.h"
 #include "qzutil/text/QzWideStringBuffer.h"
+
+class QzStream;
 
 // WriteBegin creates (or empties) the named file, ReadBegin opens it for
 // reading; an ascii stream gets text mode, a binary one binary mode. Text
@@ -34,6 +37,8 @@ public:
 private:
     // Closes the FILE, if any; false if the close failed.
     bool CloseFile();
+    bool OpenFile(QzStream const *stream, QzSysFile::AccessMode access,
+                  QzSysFile::CreationMode creation);
 
     QzWideStringBuffer m_filename;
 };

@@ -320,8 +320,7 @@ void QzWriteStream::WriteString(char const *text)
 
 void QzWriteStream::WriteString(char const *text, int length)
 {
-    if (IsDebug())
-        SendDebug(eTOKEN_STRING);
+    SendDebug(eTOKEN_STRING);  // only on a debug stream
     SendString(text, length);
 }
 
@@ -349,73 +348,60 @@ void QzWriteStream::WriteWideString(LtWChar const *text)
 
 // --- Arrays ---
 
+void QzWriteStream::WriteArray(DebugToken token, ValueKind kind, void const *values, LtInt32 count)
+{
+    SendDebug(token, count);  // only on a debug stream
+    SendArray(kind, values, count);
+}
+
 void QzWriteStream::WriteInt8Array(LtInt8 const *values, LtInt32 count)
 {
-    if (IsDebug())
-        SendDebug(eTOKEN_NAT8_ARRAY, count);
-    SendArray(eVALUE_NAT8, values, count);
+    WriteArray(eTOKEN_NAT8_ARRAY, eVALUE_NAT8, values, count);
 }
 
 void QzWriteStream::WriteNat8Array(LtNat8 const *values, LtInt32 count)
 {
-    if (IsDebug())
-        SendDebug(eTOKEN_NAT8_ARRAY, count);
-    SendArray(eVALUE_NAT8, values, count);
+    WriteArray(eTOKEN_NAT8_ARRAY, eVALUE_NAT8, values, count);
 }
 
 void QzWriteStream::WriteInt16Array(LtInt16 const *values, LtInt32 count)
 {
-    if (IsDebug())
-        SendDebug(eTOKEN_INT16_ARRAY, count);
-    SendArray(eVALUE_INT16, values, count);
+    WriteArray(eTOKEN_INT16_ARRAY, eVALUE_INT16, values, count);
 }
 
 void QzWriteStream::WriteNat16Array(LtNat16 const *values, LtInt32 count)
 {
-    if (IsDebug())
-        SendDebug(eTOKEN_NAT16_ARRAY, count);
-    SendArray(eVALUE_NAT16, values, count);
+    WriteArray(eTOKEN_NAT16_ARRAY, eVALUE_NAT16, values, count);
 }
 
 void QzWriteStream::WriteInt32Array(LtInt32 const *values, LtInt32 count)
 {
-    if (IsDebug())
-        SendDebug(eTOKEN_INT32_ARRAY, count);
-    SendArray(eVALUE_INT32, values, count);
+    WriteArray(eTOKEN_INT32_ARRAY, eVALUE_INT32, values, count);
 }
 
 void QzWriteStream::WriteNat32Array(LtNat32 const *values, LtInt32 count)
 {
-    if (IsDebug())
-        SendDebug(eTOKEN_NAT32_ARRAY, count);
-    SendArray(eVALUE_NAT32, values, count);
+    WriteArray(eTOKEN_NAT32_ARRAY, eVALUE_NAT32, values, count);
 }
 
 void QzWriteStream::WriteNat64Array(LtNat64 const *values, LtInt32 count)
 {
-    if (IsDebug())
-        SendDebug(eTOKEN_NAT64_ARRAY, count);
-    SendArray(eVALUE_NAT64, values, count);
+    WriteArray(eTOKEN_NAT64_ARRAY, eVALUE_NAT64, values, count);
 }
 
 void QzWriteStream::WriteSingleArray(LtSingle const *values, LtInt32 count)
 {
-    if (IsDebug())
-        SendDebug(eTOKEN_SINGLE_ARRAY, count);
-    SendArray(eVALUE_SINGLE, values, count);
+    WriteArray(eTOKEN_SINGLE_ARRAY, eVALUE_SINGLE, values, count);
 }
 
 void QzWriteStream::WriteDoubleArray(LtDouble const *values, LtInt32 count)
 {
-    if (IsDebug())
-        SendDebug(eTOKEN_DOUBLE_ARRAY, count);
-    SendArray(eVALUE_DOUBLE, values, count);
+    WriteArray(eTOKEN_DOUBLE_ARRAY, eVALUE_DOUBLE, values, count);
 }
 
 void QzWriteStream::WriteFloatArray(LtFloat const *values, LtInt32 count)
 {
-    if (IsDebug())
-        SendDebug(eTOKEN_FLOAT_ARRAY, count);
+    SendDebug(eTOKEN_FLOAT_ARRAY, count);
     if (IsDouble()) {
         SendArray(eVALUE_DOUBLE, values, count);
         return;

@@ -217,6 +217,8 @@ private:
     // Values of one kind with no token: bracketed lines in ascii, elements at
     // their own alignment in binary.
     void SendArray(ValueKind kind, void const *values, LtInt32 count);
+    // A typed array: its token and count on a debug stream, then the values.
+    void WriteArray(DebugToken token, ValueKind kind, void const *values, LtInt32 count);
     // Binary elements (or ascii bytes, with size 1): pads to `size` first,
     // then copies whole runs into blocks, passing each block on as it fills.
     void SendBytes(void const *values, int size, std::size_t count);
